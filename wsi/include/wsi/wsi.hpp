@@ -1,0 +1,13 @@
+// The whole C++ interface of the web server interface: the object model, the HTTP vocabulary,
+// the stream, file and connector handles, the context and the C entry points.
+#ifndef WSI_WSI_HPP
+#define WSI_WSI_HPP
+
+#include <wsi/context.hpp>
+#include <wsi/http.hpp>
+#include <wsi/interface.hpp>
+#include <wsi/ios_handle.hpp>
+#include <wsi/qco_handle.hpp>
+#include <wsi/wsi.h>
+
+#endif  // WSI_WSI_HPP
