@@ -64,7 +64,8 @@ class WSI_API log {
   log(const log&);
   log& operator=(const log&);
 
-  mutable int fd_;  // the open log file, or -1 before the first message
+  mutable int fd_;                 // the open log file, or -1 before the first message
+  mutable std::string open_name_;  // the name fd_ was opened under; a new file_name reopens
 };
 
 template <int N>
