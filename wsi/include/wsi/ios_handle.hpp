@@ -76,6 +76,8 @@ class WSI_API IosResponse : public Response {
   virtual void _dump(std::ostream& os) const;
 
  private:
+  // Writes the header block unless it was written already.
+  void _sendHeadersOnce();
   void _doSendHeaders();
 
   std::ostream* output_;
@@ -103,6 +105,10 @@ class WSI_API IosHandle : public Handle {
   virtual void _dump(std::ostream& os) const;
 
  private:
+  // Reads the request from `config` and returns `output`: called between building the request
+  // and building the response, so that nothing of the response exists while the request loads.
+  std::ostream& _loadRequestThen(std::istream& config, std::ostream& output);
+
   IosRequest request_;
   IosResponse response_;
 };

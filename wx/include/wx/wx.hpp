@@ -8,6 +8,7 @@
 #include <wx/log.hpp>
 #include <wx/map_ordered.hpp>
 #include <wx/nv_pair.hpp>
+#include <wx/ptr_len_pair.hpp>
 #include <wx/url_decoder.hpp>
 #include <wx/url_parser.hpp>
 
