@@ -2,6 +2,10 @@
 # (imported target qvwsi::qvwsi).
 include(CMakePackageConfigHelpers)
 
+# libqvwsi needs libw3srvpgm, which a host does not link itself: each installed library finds its
+# siblings in its own directory, so an installed tree works wherever it is put.
+set_target_properties(qvwsi qvwxutil w3srvpgm qvqco PROPERTIES INSTALL_RPATH "$ORIGIN")
+
 install(TARGETS qvwsi qvwxutil w3srvpgm qvqco
   EXPORT qvwsiTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -23,5 +27,10 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/qvwsiConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/qvwsiConfig.cmake ${PROJECT_BINARY_DIR}/qvwsiConfigVersion.cmake
   DESTINATION ${WSI_CMAKE_DIR})
 
-configure_file(${PROJECT_SOURCE_DIR}/cmake/qvwsi.pc.in ${PROJECT_BINARY_DIR}/qvwsi.pc @ONLY)
+# qvwsi.pc names the prefix the tree is installed into, also when it is chosen only at install
+# time (`cmake --install build --prefix P`): everything else is filled in now, the prefix when
+# the install runs.
+set(WSI_PC_PREFIX "@CMAKE_INSTALL_PREFIX@")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/qvwsi.pc.in ${PROJECT_BINARY_DIR}/qvwsi.pc.in @ONLY)
+install(CODE "configure_file(\"${PROJECT_BINARY_DIR}/qvwsi.pc.in\" \"${PROJECT_BINARY_DIR}/qvwsi.pc\" @ONLY)")
 install(FILES ${PROJECT_BINARY_DIR}/qvwsi.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
