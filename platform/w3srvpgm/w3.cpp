@@ -1,8 +1,8 @@
 // The host web server's configuration and log-file naming services.
 //
 // A configuration value comes from the environment first, then from the file named by W3_CONFIG,
-// which W3CFG_Initialize reads: one "name=value" a line, the name with surrounding blanks and tabs
-// removed, the value taken as it stands up to the end of the line (a CR before the LF is dropped).
+// which W3CFG_Initialize reads: one "name=value" a line, split at the first '=', with the blanks
+// and tabs around the name and around the value removed (a CR before the LF is dropped too).
 // Empty lines, lines whose first non-blank byte is '#' and lines without '=' are skipped; when a
 // name is given twice the later line wins.
 #include <w3/w3.h>
@@ -35,6 +35,16 @@ bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
+// The text of `line` in [begin, end) without the blanks and tabs at either end.
+std::string stripped(const std::string& line, std::string::size_type begin,
+                     std::string::size_type end) {
+  while (begin < end && isBlank(line[begin]))
+    ++begin;
+  while (end > begin && isBlank(line[end - 1]))
+    --end;
+  return line.substr(begin, end - begin);
+}
+
 // Adds the setting of one configuration line to `values`, if the line holds one.
 void readLine(std::string line, Settings& values) {
   if (!line.empty() && line[line.size() - 1] == '\r') line.erase(line.size() - 1);
@@ -44,10 +54,7 @@ void readLine(std::string line, Settings& values) {
   if (begin == line.size() || line[begin] == '#') return;
   const std::string::size_type equal = line.find('=', begin);
   if (equal == std::string::npos) return;
-  std::string::size_type end = equal;
-  while (end > begin && isBlank(line[end - 1]))
-    --end;
-  values[line.substr(begin, end - begin)] = line.substr(equal + 1);
+  values[stripped(line, begin, equal)] = stripped(line, equal + 1, line.size());
 }
 
 // The settings of the file named by W3_CONFIG; none when it is unset, empty or unreadable.

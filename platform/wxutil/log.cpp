@@ -157,6 +157,8 @@ bool writeLine(int fd, const std::string& line) {
 
 }  // namespace
 
+const int log::default_level;
+
 log::log(const char* name) : name(name ? name : ""), level(default_level), enabled(false), fd_(-1) {
   pthread_mutex_init(&mutex, nullptr);
 }
