@@ -6,8 +6,8 @@
 #include <iosfwd>
 #include <string>
 
-#include <qco/qco.hpp>
 #include <wsi/export.h>
+#include <qco/qco.hpp>
 #include <wsi/interface.hpp>
 
 namespace wsi {
@@ -22,10 +22,7 @@ class WSI_API QcoRequest : public Request {
   // success and whose buffer holds the connector's error code, the record stream the one the
   // block is read from.
   QcoRequest(std::iostream& data, std::iostream& records)
-      : data_(data),
-        records_(records),
-        method_(Http::InvalidMethod),
-        ReadEnded(false) {}
+      : data_(data), records_(records), method_(Http::InvalidMethod), ReadEnded(false) {}
   virtual ~QcoRequest();
 
   // Reads the record block; true on success. Failures are logged, never thrown.
@@ -50,6 +47,9 @@ class WSI_API QcoRequest : public Request {
 
  private:
   friend class QcoResponse;
+
+  void _readRecord(unsigned char type);
+  bool _initFailed();
 
   std::iostream& data_;
   std::iostream& records_;
