@@ -1,0 +1,51 @@
+// Helpers shared by the tests of the stream and file back ends: a scratch directory and whole-file
+// reads and writes.
+#ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
+#define WSI_TESTS_IOS_TEST_UTIL_HPP
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+namespace wsi_test {
+
+// A fresh directory under the system's temporary directory, removed with everything in it.
+class TempDir {
+ public:
+  TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "wsi-test-XXXXXX").string();
+    if (mkdtemp(&pattern[0]) == nullptr) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  // The path of `name` inside the directory.
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// The whole content of the file at `path`; empty when it cannot be read.
+inline std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios_base::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// Replaces the file at `path` with `content`.
+inline void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios_base::binary | std::ios_base::trunc) << content;
+}
+
+}  // namespace wsi_test
+
+#endif  // WSI_TESTS_IOS_TEST_UTIL_HPP
