@@ -6,6 +6,11 @@
 #ifndef WX_ENCODING_HPP
 #define WX_ENCODING_HPP
 
+// The tags are part of the names of exported template instantiations. Under hidden visibility
+// clang gives an instantiation the visibility of its argument types, so the tags are declared with
+// default visibility; otherwise every instantiation on an Encoding would be hidden.
+#pragma GCC visibility push(default)
+
 namespace wx {
 namespace encoding {
 enum Encoding {
@@ -20,5 +25,7 @@ enum Language {
 };
 }  // namespace language
 }  // namespace wx
+
+#pragma GCC visibility pop
 
 #endif  // WX_ENCODING_HPP
