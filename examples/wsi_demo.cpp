@@ -1,0 +1,85 @@
+// The example host: answers one request with a page that describes it, over the back end that
+// its specification string names.
+//
+//   wsi_demo 'files(request.cfg*posted.dat*response.txt)'
+//   wsi_demo --config request.cfg 'streams(0,1,2)' < posted.dat > response.txt
+//
+// The pointer array handed to the library holds, at index 0, the configuration file named by
+// --config; at 1, standard input (the posted data); at 2, standard output (the response).
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+#include <wsi/wsi.hpp>
+
+#include "demo_page.hpp"
+
+namespace {
+
+const char kUsage[] =
+    "usage: wsi_demo [--config FILE] SPEC\n"
+    "  SPEC 'files(CONFIG*POSTED*OUTPUT)': the library opens the three files itself.\n"
+    "  SPEC 'streams(0,1,2)': the request configuration is read from the --config FILE\n"
+    "       (index 0), the posted data from standard input (index 1) and the response is\n"
+    "       written to standard output (index 2).\n";
+
+// Why the library refused the arguments of `spec`: the C entry points only say that they did,
+// the context itself says why.
+std::string refusal(const std::string& spec, void** args) {
+  try {
+    wsi::Context context(spec.data(), spec.size(), args);
+  } catch (const std::invalid_argument& e) {
+    return e.what();
+  }
+  return "out of memory";
+}
+
+// Runs one exchange over the context that `spec` describes. Returns the process's exit status.
+int serve(const std::string& spec, void** args) {
+  void* context = WSI_CreateContext(spec.data(), spec.size(), args);
+  if (context == nullptr) {
+    std::cerr << "wsi_demo: the arguments of '" << spec << "' were refused: " << refusal(spec, args)
+              << '\n';
+    return 2;
+  }
+  wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  // "handle(i)" would lend one of this program's streams as a handle: it has no connector.
+  const bool lent_stream = handle == args[0] || handle == args[1] || handle == args[2];
+  if (handle == nullptr || lent_stream) {
+    WSI_DestroyContext(&context);
+    std::cerr << "wsi_demo: '" << spec << "' does not name a files(...) or streams(...) exchange\n"
+              << kUsage;
+    return 2;
+  }
+  const bool complete = demo::answer(handle->Request(), handle->Response());
+  WSI_DestroyContext(&context);
+  if (!complete) std::cerr << "wsi_demo: the response did not reach its output completely\n";
+  return complete ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const char* config_name = nullptr;
+  int next = 1;
+  if (argc > 2 && std::strcmp(argv[1], "--config") == 0) {
+    config_name = argv[2];
+    next = 3;
+  }
+  if (argc != next + 1) {
+    std::cerr << kUsage;
+    return 2;
+  }
+  std::ifstream config;
+  if (config_name != nullptr) {
+    config.open(config_name);
+    if (!config) {
+      std::cerr << "wsi_demo: cannot read the configuration file '" << config_name << "'\n";
+      return 2;
+    }
+  }
+  void* args[3] = {config_name != nullptr ? &config : nullptr, &std::cin, &std::cout};
+  return serve(argv[next], args);
+}
