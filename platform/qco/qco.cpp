@@ -283,14 +283,15 @@ bool QorvaStreamBuf::skipRestOfMessage() {
   return true;
 }
 
-// Ends the response message and turns the connection round. Returns 0, or the error code.
-// A failed input is reported before a failed output: it happened first, and the output usually
-// failed because of it.
-int QorvaStreamBuf::prepareToReceive() {
-  const bool sent = sendPending(true);
-  if (in_error_ != 0) return in_error_;
-  if (!sent) return out_error_;
-  if (!skipRestOfMessage()) return in_error_;
+// Sends the pending payload and the end frame. Returns 0, or the error code.
+int QorvaStreamBuf::endMessage() {
+  return sendPending(true) ? 0 : out_error_;
+}
+
+// Skips the rest of the current incoming message and makes ready for the next one. Returns 0, or
+// the error code.
+int QorvaStreamBuf::nextMessage() {
+  if (in_error_ != 0 || !skipRestOfMessage()) return in_error_;
   message_started_ = false;
   message_ended_ = false;
   error = 0;
@@ -317,8 +318,21 @@ std::iostream& QorvaConnector::stream() {
   return stream_;
 }
 
+// A failed input is reported before a failed output: it happened first, and the output usually
+// failed because of it.
 int QorvaConnector::PrepareToReceive() const {
-  const int code = buf_.prepareToReceive();
+  const int sent = EndMessage();
+  if (buf_.in_error_ != 0) return buf_.in_error_;
+  if (sent != 0) return sent;
+  return SkipRestOfMessage();
+}
+
+int QorvaConnector::EndMessage() const {
+  return buf_.endMessage();
+}
+
+int QorvaConnector::SkipRestOfMessage() const {
+  const int code = buf_.nextMessage();
   if (code == 0) stream_.clear();
   return code;
 }

@@ -55,7 +55,8 @@ class WSI_API QorvaStreamBuf : public std::streambuf {
   bool readFrameHeader();
   bool sendPending(bool endMessage);
   bool skipRestOfMessage();
-  int prepareToReceive();
+  int endMessage();
+  int nextMessage();
   void failInput(int code);
   void failOutput(int code);
 
@@ -117,8 +118,19 @@ class WSI_API QorvaConnector {
 
   // Sends what is pending of the response and the end frame, then skips what is left unread of
   // the current request message and clears the stream's state, so that the next read starts the
-  // next request. Returns 0 on success and the error code when that failed.
+  // next request. Returns 0 on success and the error code when that failed. It is
+  // EndMessage() followed by SkipRestOfMessage().
   int PrepareToReceive() const;
+
+  // Sends what is pending and the end frame: the message written so far is complete. Returns 0,
+  // or the error code.
+  int EndMessage() const;
+
+  // Reads and drops what is left unread of the current incoming message (nothing when none of it
+  // has been read yet) and clears the stream's state, so that the next read starts the next
+  // message. Returns 0, or the error code. The web server's side of a connection uses these two
+  // halves, which may run on two connectors over one socket, one for each direction.
+  int SkipRestOfMessage() const;
 
   // A printable name for an error code; never null.
   static const char* ErrorNameOf(int code);
