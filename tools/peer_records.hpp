@@ -1,0 +1,32 @@
+// The web server's side of the connector's record blocks: a request turned into its record block,
+// a response's record block turned back into HTTP/1.1 text.
+#ifndef WSI_TOOLS_PEER_RECORDS_HPP
+#define WSI_TOOLS_PEER_RECORDS_HPP
+
+#include <iosfwd>
+#include <string>
+
+#include <wsi/interface.hpp>
+
+namespace peer {
+
+// The longest text a request record can carry: the reading side keeps only the low 16 bits of a
+// long length.
+const std::string::size_type kMaxRequestString = 0xFFFF;
+
+// The record block of `request`: one server-variable record for each server variable, then one
+// header record for each header in insertion order, except Content-Type, which becomes the
+// content-type record; then the end record. Returns false, with `error` set, when a name or value
+// is longer than kMaxRequestString.
+bool encodeRequestBlock(const wsi::Request& request, std::string& block, std::string& error);
+
+// Reads a response message from `in` (its record block, then the body up to the end of the
+// stream) and writes it to `out` as the stream back end would: the status line with its
+// description, the Content-Type line, the other headers in the order received, an empty line and
+// the body. Returns false, with `error` set, when the block is malformed or cut short; the body
+// is copied as far as it goes.
+bool decodeResponse(std::istream& in, std::ostream& out, std::string& error);
+
+}  // namespace peer
+
+#endif  // WSI_TOOLS_PEER_RECORDS_HPP
