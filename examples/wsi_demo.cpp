@@ -3,9 +3,12 @@
 //
 //   wsi_demo 'files(request.cfg*posted.dat*response.txt)'
 //   wsi_demo --config request.cfg 'streams(0,1,2)' < posted.dat > response.txt
+//   wsi_demo --connector          (the web server's connection on descriptor $WSI_CONNECTOR_FD)
+//   wsi_demo --connector-fd N     (... on descriptor N)
 //
 // The pointer array handed to the library holds, at index 0, the configuration file named by
 // --config; at 1, standard input (the posted data); at 2, standard output (the response).
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -23,7 +26,10 @@ const char kUsage[] =
     "  SPEC 'files(CONFIG*POSTED*OUTPUT)': the library opens the three files itself.\n"
     "  SPEC 'streams(0,1,2)': the request configuration is read from the --config FILE\n"
     "       (index 0), the posted data from standard input (index 1) and the response is\n"
-    "       written to standard output (index 2).\n";
+    "       written to standard output (index 2).\n"
+    "usage: wsi_demo --connector | --connector-fd N\n"
+    "  Serves requests over the connector on descriptor $WSI_CONNECTOR_FD (or N), one handle\n"
+    "  each, lent with 'handle(0)', until the web server ends the connection.\n";
 
 // Why the library refused the arguments of `spec`: the C entry points only say that they did,
 // the context itself says why.
@@ -59,9 +65,48 @@ int serve(const std::string& spec, void** args) {
   return complete ? 0 : 1;
 }
 
+// Serves requests over the connector on `fd`, one handle each, until the web server ends the
+// connection (exit status 0) or it fails (1).
+int serveConnection(int fd) {
+  qco::QorvaConnector connector(fd);
+  for (;;) {
+    wsi::QcoHandle handle(connector);
+    // A request that could not be read refuses its posted data: the connection is over.
+    if (handle.Request().beginRead() == nullptr) break;
+    void* args[1] = {&handle};
+    void* context = WSI_CreateContext("handle(0)", 9, args);
+    if (context == nullptr) return 1;
+    wsi::Handle* lent = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+    demo::answer(lent->Request(), lent->Response());
+    WSI_DestroyContext(&context);
+  }
+  const int code = connector.lastError();
+  if (code == qco::QorvaConnector::connection_ended) return 0;
+  std::cerr << "wsi_demo: the connection failed with error " << code << " ("
+            << qco::QorvaConnector::ErrorNameOf(code) << ")\n";
+  return 1;
+}
+
+// The descriptor that the connector options name, or -1.
+int connectorDescriptor(int argc, char** argv) {
+  const char* text = nullptr;
+  if (argc == 2 && std::strcmp(argv[1], "--connector") == 0) text = std::getenv("WSI_CONNECTOR_FD");
+  if (argc == 3 && std::strcmp(argv[1], "--connector-fd") == 0) text = argv[2];
+  if (text == nullptr || *text == '\0') return -1;
+  char* end = nullptr;
+  const long fd = std::strtol(text, &end, 10);
+  return *end == '\0' && fd >= 0 && fd <= 1 << 20 ? static_cast<int>(fd) : -1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc > 1 && std::strncmp(argv[1], "--connector", 11) == 0) {
+    const int fd = connectorDescriptor(argc, argv);
+    if (fd >= 0) return serveConnection(fd);
+    std::cerr << kUsage;
+    return 2;
+  }
   const char* config_name = nullptr;
   int next = 1;
   if (argc > 2 && std::strcmp(argv[1], "--config") == 0) {
