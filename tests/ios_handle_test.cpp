@@ -111,6 +111,13 @@ TEST(IosResponse, EndWriteReportsTheStream) {
   std::ostream unflushable(&buffer);
   wsi::IosHandle on_unflushable(config, posted, unflushable);
   EXPECT_FALSE(on_unflushable.Response().endWrite());
+
+  // A stream set to throw: the response destroyed unended keeps the exception to itself.
+  FailingSync throwing_buffer;
+  std::ostream throwing(&throwing_buffer);
+  throwing.exceptions(std::ios_base::badbit);
+  { wsi::IosHandle unended(config, posted, throwing); }
+  EXPECT_TRUE(throwing.bad());
 }
 
 TEST(IosHandle, GivesItsOwnRequestAndResponse) {
