@@ -1,0 +1,152 @@
+// Speed of the connector back end: the record block parser on a typical request and on 10,000
+// headers, one whole exchange over a socket pair, and requests per second over one kept-alive
+// connection with the web server's side on a thread of its own.
+#include <benchmark/benchmark.h>
+
+#include <iterator>
+#include <streambuf>
+#include <string>
+#include <thread>
+
+#include <qco/qco.hpp>
+#include <wsi/qco_handle.hpp>
+
+#include "tests/qco_test_util.hpp"
+
+namespace {
+
+using namespace qcotest;
+
+// The typical request of the stream back end's benchmark, as records: 15 variables and headers,
+// 5 query arguments.
+std::string typicalBlock() {
+  return variable("REQUEST_METHOD", "POST") +
+         variable("HTTP_URL", "/shop/cart?item=4711&qty=2&colour=blue&size=M&ref=mail%20campaign") +
+         variable("URL", "/shop/cart") +
+         variable("QUERY_STRING", "item=4711&qty=2&colour=blue&size=M&ref=mail%20campaign") +
+         variable("SERVER_NAME", "www.example.com") + variable("SERVER_PORT", "443") +
+         variable("SERVER_PROTOCOL", "HTTP/1.1") + variable("REMOTE_ADDR", "192.0.2.10") +
+         variable("REMOTE_PORT", "51234") + variable("HTTPS", "on") +
+         contentType("application/x-www-form-urlencoded") + header("Content-Length", "27") +
+         header("User-Agent", "Mozilla/5.0 (X11; Linux x86_64)") +
+         header("Accept", "text/html,application/xhtml+xml") +
+         header("Referer", "https://www.example.com/shop") +
+         header("Accept-Language", "en-GB,en;q=0.9") +
+         header("Cookie", "session=\"abc123\"; theme=dark") + "\x80";
+}
+
+std::string manyHeadersBlock(int n) {
+  std::string block = variable("REQUEST_METHOD", "GET") + variable("URL", "/");
+  for (int i = 0; i < n; ++i)
+    block += header("X-Header-" + std::to_string(i), "value " + std::to_string(i));
+  return block + "\x80";
+}
+
+const char kPosted[] = "item=4711&qty=2&gift=no&x=1";
+
+// An iostream over bytes in memory, read in place.
+class MemoryBuf : public std::streambuf {
+ public:
+  explicit MemoryBuf(const std::string& bytes) {
+    char* p = const_cast<char*>(bytes.data());
+    setg(p, p, p + bytes.size());
+  }
+};
+
+// The parser alone: QcoRequest::init reads the block from a stream in memory. init reads nothing
+// of the handle it is given, so one handle built over a real connection serves as that argument.
+void parseBlock(benchmark::State& state, const std::string& block) {
+  SocketPair sp;
+  qco::QorvaConnector conn(sp.host);
+  sendAll(sp.peer, message("\x80"));
+  const wsi::QcoHandle unused(conn);
+  for (auto _ : state) {
+    MemoryBuf buf(block);
+    std::iostream stream(&buf);
+    wsi::QcoRequest request(stream, stream);
+    benchmark::DoNotOptimize(request.init(unused));
+    benchmark::DoNotOptimize(request.QueryArg("item"));
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * block.size()));
+}
+
+void BM_ParseTypicalBlock(benchmark::State& state) {
+  parseBlock(state, typicalBlock());
+}
+BENCHMARK(BM_ParseTypicalBlock);
+
+void BM_Parse10000Headers(benchmark::State& state) {
+  parseBlock(state, manyHeadersBlock(10000));
+}
+BENCHMARK(BM_Parse10000Headers);
+
+// What a host does with one request: read the posted data, answer with a 1 KiB body.
+void serve(wsi::QcoHandle& handle, const std::string& body) {
+  wsi::Request& request = handle.Request();
+  benchmark::DoNotOptimize(request.QueryArg("item"));
+  benchmark::DoNotOptimize(request.HttpHeaders("user-agent"));
+  std::istream* in = request.beginRead();
+  const std::string data((std::istreambuf_iterator<char>(*in)), std::istreambuf_iterator<char>());
+  request.endRead();
+  wsi::Response& response = handle.Response();
+  response.setHttpStatus(wsi::Http::Ok);
+  response.setHttpHeader("Content-Type", "text/html; charset=utf-8");
+  response.setHttpHeader("Cache-Control", "no-store");
+  response.setHttpHeader("X-Request-Id", "4711-2");
+  *response.beginWrite() << body;
+  benchmark::DoNotOptimize(response.endWrite());
+}
+
+// One exchange on one thread: the web server's side sends the request message, the host serves
+// it, the web server's side reads the whole response message.
+void BM_WholeExchangeOverSocketPair(benchmark::State& state) {
+  SocketPair sp;
+  qco::QorvaConnector conn(sp.host);
+  qco::QorvaConnector server(sp.peer);
+  const std::string request = message(typicalBlock() + kPosted);
+  const std::string body(1024, 'b');
+  char buf[4096];
+  for (auto _ : state) {
+    sendAll(sp.peer, request);
+    {
+      wsi::QcoHandle handle(conn);
+      serve(handle, body);
+    }
+    while (server.stream().read(buf, sizeof buf) || server.stream().gcount() > 0) {
+    }
+    server.SkipRestOfMessage();
+  }
+}
+BENCHMARK(BM_WholeExchangeOverSocketPair);
+
+// Requests per second over one kept-alive connection: the web server's side runs on its own
+// thread, sending a request and reading its response, one after the other; the host serves one
+// request per iteration.
+void BM_RequestsPerSecondOneConnection(benchmark::State& state) {
+  SocketPair sp;
+  qco::QorvaConnector conn(sp.host);
+  const std::string request = message(typicalBlock() + kPosted);
+  const std::string body(1024, 'b');
+  std::thread web_server([&] {
+    qco::QorvaConnector server(sp.peer);
+    char buf[4096];
+    for (;;) {
+      if (!sendAll(sp.peer, request)) return;
+      while (server.stream().read(buf, sizeof buf) || server.stream().gcount() > 0) {
+      }
+      if (server.SkipRestOfMessage() != 0) return;  // the host has gone
+    }
+  });
+  for (auto _ : state) {
+    wsi::QcoHandle handle(conn);
+    serve(handle, body);
+  }
+  shutdown(sp.host, SHUT_RDWR);
+  web_server.join();
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RequestsPerSecondOneConnection)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();
