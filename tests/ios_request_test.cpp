@@ -46,6 +46,9 @@ TEST(IosRequest, LineAndFilingRules) {
       // Splitting and trimming: the leading blanks of an unquoted value stay.
       {"a = b", 'v', "a", " b"},
       {"a=  b  \t", 'v', "a", "  b"},
+      // A value of white space alone is empty, also when the line ends with CR LF.
+      {"a=   ", 'v', "a", ""},
+      {"a=\r\nb=1", 'v', "a", ""},
       {"  name with blanks  =1", 'v', "name with blanks", "1"},
       {"=x", 'v', "", "x"},
       {"a=b=c", 'v', "a", "b=c"},

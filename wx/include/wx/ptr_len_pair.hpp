@@ -9,13 +9,15 @@
 namespace wx {
 
 // Narrows [begin, end) by the bytes at both ends for which the C library's isspace is true in
-// the current C locale.
+// the current C locale. The end is narrowed first, so a text of white space alone ends up as the
+// empty range at its start: a caller that keeps the leading white space of a value still drops
+// all of it there.
 struct space_stripper {
   void operator()(const char*& begin, const char*& end) const {
-    while (begin != end && std::isspace(static_cast<unsigned char>(*begin)))
-      ++begin;
     while (end != begin && std::isspace(static_cast<unsigned char>(end[-1])))
       --end;
+    while (begin != end && std::isspace(static_cast<unsigned char>(*begin)))
+      ++begin;
   }
 };
 
