@@ -136,7 +136,12 @@ class WSI_API QcoHandle : public Handle {
   virtual void _dump(std::ostream& os) const;
 
  private:
-  qco::QorvaConnector* connector_;  // the connector the handle was built over; never released
+  // The connector the handle was built over: kept for the host's debugger, never read or
+  // released by the library.
+#if defined(__GNUC__) || defined(__clang__)
+  __attribute__((unused))
+#endif
+  qco::QorvaConnector* connector_;
   QcoRequest request_;
   QcoResponse response_;
 };
