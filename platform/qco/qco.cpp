@@ -155,8 +155,10 @@ void QorvaStreamBuf::failOutput(int code) {
 // Reads more bytes from the descriptor behind the unparsed ones. Inside a message the wait is
 // bounded by the timeout; before the first byte of a message it is not. Returns false, with the
 // error set, when nothing more can come: end of file between messages is code 17, anywhere else
-// the peer left inside a message.
+// the peer left inside a message. The bytes handed out before are overwritten, so the get area is
+// emptied first: a putback across a refill fails instead of giving back another byte.
 bool QorvaStreamBuf::fillRaw() {
+  setg(in_buf_, in_buf_, in_buf_);
   if (raw_begin_ == raw_end_) {
     raw_begin_ = raw_end_ = 0;
   } else if (raw_begin_ > 0) {
