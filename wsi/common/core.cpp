@@ -185,12 +185,19 @@ const char* StatusDesc(Status status) {
   }
 }
 
+namespace {
+
+// The method names by id + 1. At namespace scope, not inside the exported template, so that the
+// table stays out of the library's dynamic interface.
+const char* const kMethodNames[] = {"INVALID", "GET",   "POST",    "HEAD",   "PUT",
+                                    "DELETE",  "TRACE", "CONNECT", "OPTIONS"};
+
+}  // namespace
+
 template <wx::encoding::Encoding E>
 const char* MethodNameOf(MethodId id) {
-  static const char* const kNames[] = {"INVALID", "GET",   "POST",    "HEAD",   "PUT",
-                                       "DELETE",  "TRACE", "CONNECT", "OPTIONS"};
   const unsigned int slot = static_cast<unsigned int>(id) + 1u;
-  return slot < sizeof kNames / sizeof kNames[0] ? kNames[slot] : "UNKNOWN";
+  return slot < sizeof kMethodNames / sizeof kMethodNames[0] ? kMethodNames[slot] : "UNKNOWN";
 }
 
 namespace {

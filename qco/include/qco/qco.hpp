@@ -51,14 +51,14 @@ class WSI_API QorvaStreamBuf : public std::streambuf {
   QorvaStreamBuf(const QorvaStreamBuf&);
   QorvaStreamBuf& operator=(const QorvaStreamBuf&);
 
-  bool fillRaw();
-  bool readFrameHeader();
-  bool sendPending(bool endMessage);
-  bool skipRestOfMessage();
-  int endMessage();
-  int nextMessage();
-  void failInput(int code);
-  void failOutput(int code);
+  WSI_LOCAL bool fillRaw();
+  WSI_LOCAL bool readFrameHeader();
+  WSI_LOCAL bool sendPending(bool endMessage);
+  WSI_LOCAL bool skipRestOfMessage();
+  WSI_LOCAL int endMessage();
+  WSI_LOCAL int nextMessage();
+  WSI_LOCAL void failInput(int code);
+  WSI_LOCAL void failOutput(int code);
 
   int in_fd_;
   int out_fd_;

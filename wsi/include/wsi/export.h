@@ -8,8 +8,12 @@
 
 #if defined(__GNUC__) || defined(__clang__)
 #define WSI_API __attribute__((visibility("default")))
+/* Keeps a private helper of an exported class out of the dynamic interface: for member functions
+ * that only the library itself calls and that no inline function of a public header uses. */
+#define WSI_LOCAL __attribute__((visibility("hidden")))
 #else
 #define WSI_API
+#define WSI_LOCAL
 #endif
 
 #endif /* WSI_EXPORT_H */

@@ -41,8 +41,8 @@ class WSI_API IosRequest : public Request {
   friend class IosHandle;
 
   bool _loadRequest(std::istream& config);
-  void _parseConfigLine(const std::string& line);
-  void _parseConfigVar(const std::string& name, const std::string& value);
+  WSI_LOCAL void _parseConfigLine(const std::string& line);
+  WSI_LOCAL void _parseConfigVar(const std::string& name, const std::string& value);
 
   Http::MethodId method_;
   std::string http_url_;
@@ -77,7 +77,7 @@ class WSI_API IosResponse : public Response {
 
  private:
   // Writes the header block unless it was written already.
-  void _sendHeadersOnce();
+  WSI_LOCAL void _sendHeadersOnce();
   void _doSendHeaders();
 
   std::ostream* output_;
@@ -107,7 +107,7 @@ class WSI_API IosHandle : public Handle {
  private:
   // Reads the request from `config` and returns `output`: called between building the request
   // and building the response, so that nothing of the response exists while the request loads.
-  std::ostream& _loadRequestThen(std::istream& config, std::ostream& output);
+  WSI_LOCAL std::ostream& _loadRequestThen(std::istream& config, std::ostream& output);
 
   IosRequest request_;
   IosResponse response_;

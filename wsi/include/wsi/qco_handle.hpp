@@ -48,8 +48,8 @@ class WSI_API QcoRequest : public Request {
  private:
   friend class QcoResponse;
 
-  void _readRecord(unsigned char type);
-  bool _initFailed();
+  WSI_LOCAL void _readRecord(unsigned char type);
+  WSI_LOCAL bool _initFailed();
 
   std::iostream& data_;
   std::iostream& records_;
@@ -100,7 +100,7 @@ class WSI_API QcoResponse : public Response {
   bool _endWrite();
 
  private:
-  void _sendHeadersOnce();
+  WSI_LOCAL void _sendHeadersOnce();
   void _doSendHeaders();
 
   std::iostream& data_;

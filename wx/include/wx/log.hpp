@@ -68,8 +68,10 @@ class WSI_API log {
   mutable std::string open_name_;  // the name fd_ was opened under; a new file_name reopens
 };
 
+// Inline, so that it stays out of the dynamic interface of every library that uses it.
 template <int N>
-void log::Log(const char* file, int line, const char* function, const char* format, ...) const {
+inline void log::Log(const char* file, int line, const char* function, const char* format,
+                     ...) const {
   if (!admits<N>()) return;
   va_list args;
   va_start(args, format);
