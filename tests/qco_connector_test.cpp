@@ -233,12 +233,4 @@ TEST(QcoConnector, EveryCodeHasItsOwnName) {
   EXPECT_STREQ(QorvaConnector::ErrorNameOf(18), "Unknown error");
 }
 
-TEST(QcoConnector, TimeoutHasAFloorOfOneMillisecond) {
-  SocketPair sp;
-  QorvaConnector c(sp.host);
-  EXPECT_EQ(c.timeout(), QorvaConnector::default_timeout_ms);
-  c.setTimeout(0);
-  EXPECT_EQ(c.timeout(), 1);
-}
-
 }  // namespace
