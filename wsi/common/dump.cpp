@@ -30,4 +30,29 @@ void _dumpServerVariables(std::ostream& os, const NameTable& map) {
   dumpEntries(os, "Server Variable(s):", map.begin(), map.end());
 }
 
+void _dumpRequestState(std::ostream& os, Http::MethodId method, const std::string& httpUrl,
+                       const std::string& url, const std::string& queryString,
+                       const OrderedNameTable& queryArgs, const OrderedNameTable& headers,
+                       const NameTable& variables) {
+  os << "Method=" << Http::MethodNameOf<wx::encoding::host>(method) << std::endl;
+  os << "HttpURL=" << httpUrl << std::endl;
+  os << "URL=" << url << std::endl;
+  os << "QueryString=" << queryString << std::endl;
+  _dumpMap(os, "Query Argument(s):", queryArgs);
+  _dumpMap(os, "HTTP Header(s):", headers);
+  _dumpServerVariables(os, variables);
+}
+
+void _dumpResponseState(std::ostream& os, Http::Status status, const std::string& type,
+                        const std::string& encoding, bool lengthSet, unsigned long length,
+                        bool headersSent, const OrderedNameTable& headers) {
+  os << "HttpStatus=" << static_cast<int>(status) << ' '
+     << Http::StatusDesc<wx::encoding::host>(status) << std::endl;
+  os << "ContentType=" << type << std::endl;
+  os << "ContentEncoding=" << encoding << std::endl;
+  if (lengthSet) os << "ContentLength=" << length << std::endl;
+  os << "HeadersSent=" << std::boolalpha << headersSent << std::noboolalpha << std::endl;
+  _dumpMap(os, "HTTP Header(s):", headers);
+}
+
 }  // namespace wsi

@@ -3,7 +3,9 @@
 #define WSI_COMMON_DUMP_HPP
 
 #include <ostream>
+#include <string>
 
+#include <wsi/http.hpp>
 #include <wsi/interface.hpp>
 
 namespace wsi {
@@ -16,6 +18,20 @@ void _dumpMap(std::ostream& os, const char* title, const OrderedNameTable& map);
 // The "Server Variable(s):" block: the same lines as _dumpMap, numbered in the table's name
 // order.
 void _dumpServerVariables(std::ostream& os, const NameTable& map);
+
+// The request lines common to both back ends: "Method=", "HttpURL=", "URL=", "QueryString=",
+// then the query-argument, header and server-variable blocks.
+void _dumpRequestState(std::ostream& os, Http::MethodId method, const std::string& httpUrl,
+                       const std::string& url, const std::string& queryString,
+                       const OrderedNameTable& queryArgs, const OrderedNameTable& headers,
+                       const NameTable& variables);
+
+// The response lines common to both back ends: "HttpStatus=", "ContentType=",
+// "ContentEncoding=", "ContentLength=" when `lengthSet`, "HeadersSent=" (the flag as a word, with
+// boolalpha cleared right after it) and the header block.
+void _dumpResponseState(std::ostream& os, Http::Status status, const std::string& type,
+                        const std::string& encoding, bool lengthSet, unsigned long length,
+                        bool headersSent, const OrderedNameTable& headers);
 
 }  // namespace wsi
 

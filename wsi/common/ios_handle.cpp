@@ -234,13 +234,7 @@ bool IosRequest::endRead() {
 }
 
 void IosRequest::_dump(std::ostream& os) const {
-  os << "Method=" << Http::MethodNameOf<wx::encoding::host>(method_) << std::endl;
-  os << "HttpURL=" << http_url_ << std::endl;
-  os << "URL=" << url_ << std::endl;
-  os << "QueryString=" << query_string_ << std::endl;
-  _dumpMap(os, "Query Argument(s):", query_args_);
-  _dumpMap(os, "HTTP Header(s):", headers_);
-  _dumpServerVariables(os, variables_);
+  _dumpRequestState(os, method_, http_url_, url_, query_string_, query_args_, headers_, variables_);
 }
 
 // --- response -----------------------------------------------------------------------------------
@@ -343,13 +337,8 @@ void IosResponse::_doSendHeaders() {
 }
 
 void IosResponse::_dump(std::ostream& os) const {
-  os << "HttpStatus=" << static_cast<int>(status_) << ' '
-     << Http::StatusDesc<wx::encoding::host>(status_) << std::endl;
-  os << "ContentType=" << content_type_ << std::endl;
-  os << "ContentEncoding=" << content_encoding_ << std::endl;
-  if (content_length_known_) os << "ContentLength=" << content_length_ << std::endl;
-  os << "HeadersSent=" << std::boolalpha << HeadersSent << std::noboolalpha << std::endl;
-  _dumpMap(os, "HTTP Header(s):", headers_);
+  _dumpResponseState(os, status_, content_type_, content_encoding_, content_length_known_,
+                     content_length_, HeadersSent, headers_);
 }
 
 // --- stream handle ------------------------------------------------------------------------------

@@ -226,13 +226,7 @@ bool QcoRequest::endRead() {
 // readers are used to the words that follow.
 void QcoRequest::_dump(std::ostream& os) const {
   os << "InitFail=" << std::boolalpha << InitFail << std::endl;
-  os << "Method=" << Http::MethodNameOf<wx::encoding::host>(method_) << std::endl;
-  os << "HttpURL=" << http_url_ << std::endl;
-  os << "URL=" << url_ << std::endl;
-  os << "QueryString=" << query_string_ << std::endl;
-  _dumpMap(os, "Query Argument(s):", query_args_);
-  _dumpMap(os, "HTTP Header(s):", headers_);
-  _dumpServerVariables(os, variables_);
+  _dumpRequestState(os, method_, http_url_, url_, query_string_, query_args_, headers_, variables_);
 }
 
 // --- response -----------------------------------------------------------------------------------
@@ -358,13 +352,8 @@ void QcoResponse::_doSendHeaders() {
 // after "HeadersSent=", as existing log readers expect.
 void QcoResponse::_dump(std::ostream& os) const {
   os << "InitFail=" << std::boolalpha << InitFail << std::endl;
-  os << "HttpStatus=" << static_cast<int>(HttpStatus) << ' '
-     << Http::StatusDesc<wx::encoding::host>(HttpStatus) << std::endl;
-  os << "ContentType=" << ContentType << std::endl;
-  os << "ContentEncoding=" << ContentEncoding << std::endl;
-  if (content_length_set_) os << "ContentLength=" << ContentLength << std::endl;
-  os << "HeadersSent=" << std::boolalpha << HeadersSent << std::noboolalpha << std::endl;
-  _dumpMap(os, "HTTP Header(s):", headers_);
+  _dumpResponseState(os, HttpStatus, ContentType, ContentEncoding, content_length_set_,
+                     ContentLength, HeadersSent, headers_);
 }
 
 // --- handle -------------------------------------------------------------------------------------
