@@ -80,15 +80,9 @@ bool readString(std::istream& in, std::string& s) {
   return readBytes(in, length, s);
 }
 
-struct ResponseHead {
-  int status = -1;
-  bool has_content_type = false;
-  std::string content_type;
-  std::vector<std::pair<std::string, std::string>> headers;
-};
+}  // namespace
 
-// Reads the records up to the end record.
-bool readHead(std::istream& in, ResponseHead& head, std::string& error) {
+bool readResponseHead(std::istream& in, ResponseHead& head, std::string& error) {
   for (;;) {
     const int type = in.get();
     if (type == std::char_traits<char>::eof()) {
@@ -124,6 +118,8 @@ bool readHead(std::istream& in, ResponseHead& head, std::string& error) {
   }
 }
 
+namespace {
+
 void writeHead(std::ostream& out, const ResponseHead& head) {
   out << "HTTP/1.1 " << head.status << ' '
       << wsi::Http::StatusDesc<wx::encoding::host>(static_cast<wsi::Http::Status>(head.status))
@@ -153,7 +149,7 @@ bool encodeRequestBlock(const wsi::Request& request, std::string& block, std::st
 
 bool decodeResponse(std::istream& in, std::ostream& out, std::string& error) {
   ResponseHead head;
-  if (!readHead(in, head, error)) return false;
+  if (!readResponseHead(in, head, error)) return false;
   writeHead(out, head);
   char buf[65536];
   while (in.read(buf, sizeof buf) || in.gcount() > 0)

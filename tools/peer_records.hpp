@@ -5,6 +5,8 @@
 
 #include <iosfwd>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <wsi/interface.hpp>
 
@@ -19,6 +21,18 @@ const std::string::size_type kMaxRequestString = 0xFFFF;
 // content-type record; then the end record. Returns false, with `error` set, when a name or value
 // is longer than kMaxRequestString.
 bool encodeRequestBlock(const wsi::Request& request, std::string& block, std::string& error);
+
+// A response's header block as the web server reads it.
+struct ResponseHead {
+  int status = -1;  // the status record's 16 bits as a signed number; -1 when there was none
+  bool has_content_type = false;
+  std::string content_type;
+  std::vector<std::pair<std::string, std::string>> headers;  // in the order received
+};
+
+// Reads the records of a response's header block from `in`, up to and with its end record.
+// Returns false, with `error` set, when the block is malformed or cut short.
+bool readResponseHead(std::istream& in, ResponseHead& head, std::string& error);
 
 // Reads a response message from `in` (its record block, then the body up to the end of the
 // stream) and writes it to `out` as the stream back end would: the status line with its
