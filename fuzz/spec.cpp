@@ -5,11 +5,11 @@
 // array is long enough and holds at each index the kind of object that the index's place asks
 // for. The target's array holds a request configuration stream, a posted-data stream, the
 // response output stream and a null pointer, and inputs that a host could not legitimately pass
-// are skipped: any decimal run whose number exceeds the array, or that names an object of the
-// wrong kind (the first two indexes name input streams, the third the output stream). Whenever
-// the library reaches the array, the digits of the text are exactly its indexes, in order: a digit
-// in the type word or after the ')' makes the string unacceptable, and a piece holding anything
-// but digits is refused before any pointer is read.
+// are skipped: any decimal run whose number is past the end of the array, or that names an object
+// of the wrong kind (the first two indexes name input streams, the third the output stream).
+// Whenever the library reaches the array, the digits of the text are exactly its indexes, in order:
+// a digit in the type word or after the ')' makes the string unacceptable, and a piece holding
+// anything but digits is refused before any pointer is read.
 //
 // A "files" context opens the names it is given relative to the current directory. Its three
 // names need two '*', while a '*' anywhere in a "handle" or "streams" string stops it before the
