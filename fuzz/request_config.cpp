@@ -20,6 +20,7 @@
 
 #include <wsi/ios_handle.hpp>
 #include <wsi/qco_handle.hpp>
+#include <wx/char_casing.hpp>
 
 #include "connector_pair.hpp"
 #include "fuzz_check.hpp"
@@ -44,9 +45,12 @@ void checkRequest(wsi::IosRequest& request, const std::istream& posted) {
   FUZZ_CHECK(request.beginRead() == nullptr);
 }
 
-// Whether `name` is a server variable that the connector's content-type record sets.
+// Whether `name` is, as the tables compare names, a server variable that the connector's
+// content-type record sets.
 bool setByContentType(const std::string& name) {
-  return name == "HEADER_Content-Type" || name == "HTTP_CONTENT_TYPE";
+  typedef wx::char_casing<char, wx::language::english> Casing;
+  return Casing::nocase_compare(name.c_str(), "HEADER_Content-Type") == 0 ||
+         Casing::nocase_compare(name.c_str(), "HTTP_CONTENT_TYPE") == 0;
 }
 
 // Sends `request` over the connector as the web server does and checks that the connector handle
