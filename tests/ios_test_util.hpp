@@ -1,5 +1,5 @@
-// Helpers shared by the tests of the stream and file back ends: a scratch directory and whole-file
-// reads and writes.
+// Helpers shared by the tests of the stream and file back ends: a scratch directory, whole-file
+// reads and writes, and name tables as text.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
@@ -38,12 +38,21 @@ class TempDir {
 // The whole content of the file at `path`; empty when it cannot be read.
 inline std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios_base::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 // Replaces the file at `path` with `content`.
 inline void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios_base::binary | std::ios_base::trunc) << content;
+  std::ofstream(path, std::ios_base::binary) << content;
+}
+
+// The entries from `it` to `end` as "name=value;" texts, in the table's own order.
+template <class Iterator>
+std::string entries(Iterator it, Iterator end) {
+  std::string text;
+  for (; it != end; ++it)
+    text += it->first + "=" + it->second + ";";
+  return text;
 }
 
 }  // namespace wsi_test
