@@ -62,6 +62,20 @@ TEST(QueryParser, KeepsExistingEntries) {
   EXPECT_EQ((Entries{{"first", "2"}, {"second", "1"}}), parse<host>("second=1&FIRST=2", args));
 }
 
+// A million separators add nothing; a hundred thousand pairs and a megabyte of lone '%' bytes are
+// kept whole, in order.
+TEST(QueryParser, HugeInputs) {
+  EXPECT_TRUE(parse<host>(std::string(1000000, '&')).empty());
+  std::string query;
+  for (int i = 0; i < 100000; ++i)
+    query += "n" + std::to_string(i) + "=v&";
+  const std::string percents(1 << 20, '%');
+  const Entries entries = parse<connector>(query + "big=" + percents);
+  ASSERT_EQ(100001u, entries.size());
+  EXPECT_EQ("n99999", entries[99999].first);
+  EXPECT_EQ(percents, entries.back().second);
+}
+
 TEST(UrlQueryPair, Table) {
   for (const wsi_test::Row& row : wsi_test::readTable("nv_pair.tsv")) {
     SCOPED_TRACE("nv_pair.tsv line " + std::to_string(row.line));
