@@ -1,6 +1,6 @@
-// Stream and connector handles built by 16 threads at once while they and the connector family
-// log into one file: the logging set-up runs once, no message is torn or lost, and after closeLog()
-// the next handle sets logging up again. CI runs this under ThreadSanitizer as well.
+// Stream, file and connector handles built by 16 threads at once while they and the connector
+// family log into one file: the logging set-up runs once, no message is torn or lost, and after
+// closeLog() the next handle sets logging up again. CI runs this under ThreadSanitizer as well.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -59,7 +59,7 @@ class Threads : public ::testing::Test {
   }
   void TearDown() override { wsi::Handle::closeLog(); }
 
-  // One exchange of `kind` (0: streams, 1: connector with a peer thread) answered with
+  // One exchange of `kind` (0: streams, 1: connector with a peer thread, 2: files) answered with
   // a body that names it and logging a long message of its own, so that a write split in parts
   // would show as a torn line; the messages it logged go into `logged`.
   void exchange(int kind, int thread, Messages& logged) {
@@ -72,9 +72,15 @@ class Threads : public ::testing::Test {
     std::future<void> peer;
     std::unique_ptr<wsi::QcoHandle> qco_handle;
     void* context = nullptr;
+    const std::string output_file = files_dir_ / (n + ".out");
     if (kind == 0) {
       void* args[] = {&config_in, &posted, &out};
       context = WSI_CreateContext("streams(0,1,2)", 14, args);
+    } else if (kind == 2) {
+      const std::string config_file = files_dir_ / (n + ".cfg");  // its own posted data too
+      wsi_test::writeFile(config_file, config);
+      const std::string spec = "files(" + config_file + "*" + config_file + "*" + output_file + ")";
+      context = WSI_CreateContext(spec.c_str(), spec.size(), nullptr);
     } else {
       peer = std::async(std::launch::async, [&] {
         qcotest::sendAll(pair.peer, qcotest::message(qcotest::variable("URL", "/" + n) + '\x80'));
@@ -102,13 +108,14 @@ class Threads : public ::testing::Test {
     }
     WSI_DestroyContext(&context);
     if (peer.valid()) peer.get();
+    if (kind == 2) out << wsi_test::readFile(output_file);
     EXPECT_EQ(body, out.str().substr(std::max(out.str().size(), body.size()) - body.size()));
   }
 
-  wsi_test::TempDir log_dir_, second_log_dir_;
+  wsi_test::TempDir log_dir_, second_log_dir_, files_dir_;
 };
 
-TEST_F(Threads, StreamAndConnectorHandlesFromSixteenThreadsLogWholeLines) {
+TEST_F(Threads, EveryKindOfHandleFromSixteenThreadsLogsWholeLines) {
   std::promise<void> open;
   std::shared_future<void> start = open.get_future().share();
   std::vector<Messages> logged(kThreads);
@@ -116,8 +123,8 @@ TEST_F(Threads, StreamAndConnectorHandlesFromSixteenThreadsLogWholeLines) {
   for (int i = 0; i < kThreads; ++i)
     threads.emplace_back([this, start, &logged, i] {
       start.wait();  // all at once, each beginning with another kind, racing for the set-up
-      for (int k = 0; k < 2; ++k)
-        exchange((i + k) % 2, i, logged[i]);
+      for (int k = 0; k < 3; ++k)
+        exchange((i + k) % 3, i, logged[i]);
     });
   open.set_value();
   for (std::thread& t : threads)
