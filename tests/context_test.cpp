@@ -100,4 +100,21 @@ TEST(Context, FilesEmptyTheOutputAtOnceAndTolerateMissingInputs) {
             wsi_test::readFile(out));
 }
 
+// Names are opened as given: a directory opens but its first read fails, and a name ends at its
+// first NUL byte.
+TEST(Context, FilesOpenADirectoryAndCutANameAtNul) {
+  wsi_test::TempDir dir;
+  const std::string out = dir / "out";
+  const std::string spec =
+      "files(" + dir / "none" + "*" + dir / "." + "*" + out + std::string("\0.x", 3) + ")";
+  void* context = WSI_CreateContext(spec.data(), spec.size(), nullptr);
+  wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  ASSERT_NE(nullptr, handle);
+  handle->Request().beginRead()->get();
+  EXPECT_FALSE(handle->Request().endRead());
+  EXPECT_TRUE(handle->Response().endWrite());
+  WSI_DestroyContext(&context);
+  EXPECT_NE("", wsi_test::readFile(out));
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 // long lines and reading the posted data.
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -47,11 +48,19 @@ TEST(IosRequest, ConfigurationTable) {
 }
 
 // Lines have no length limit: a 1 MiB line is read whole and the lines after it still count.
-TEST(IosRequest, LongLines) {
+TEST(IosRequest, LongLinesAndManyLines) {
   const std::string big(1 << 20, 'x');
   Exchange ex("HTTP_URL=/p?q=" + big + "\n" + big + "\nend=1");
   EXPECT_EQ(big, *ex.handle.Request().QueryArg("q"));
   EXPECT_EQ("1", *ex.handle.Request().ServerVariables("end"));
+
+  std::string lines;
+  for (int i = 0; i < 100000; ++i)
+    lines += "v" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+  Exchange many(lines);
+  const wsi::Request& r = many.handle.Request();
+  EXPECT_EQ(100003, std::distance(r.ServerVariables_begin(), r.ServerVariables_end()));
+  EXPECT_EQ("99999", *r.ServerVariables("V99999"));
 }
 
 TEST(IosRequest, ReadingThePostedData) {
