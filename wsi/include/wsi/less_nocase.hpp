@@ -13,8 +13,7 @@ namespace wsi {
 // name.
 struct less_nocase_eng {
   bool operator()(const std::string& a, const std::string& b) const {
-    return wx::char_casing<char, wx::language::english>::nocase_compare(a.c_str(), b.c_str()) ==
-           -1;
+    return wx::char_casing<char, wx::language::english>::nocase_compare(a.c_str(), b.c_str()) == -1;
   }
 };
 

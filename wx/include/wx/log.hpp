@@ -54,10 +54,10 @@ class WSI_API log {
 #endif
       ;
 
-  std::string name;        // the logger's name, as given
-  std::string file_name;   // the file messages go to; set under `mutex`
-  int level;               // messages up to this level are written
-  bool enabled;            // a disabled logger writes nothing
+  std::string name;               // the logger's name, as given
+  std::string file_name;          // the file messages go to; set under `mutex`
+  int level;                      // messages up to this level are written
+  bool enabled;                   // a disabled logger writes nothing
   mutable pthread_mutex_t mutex;  // held while the file name is set and a message is written
 
  private:

@@ -14,7 +14,8 @@ namespace wx {
 // Keys are matched with Compare (case-insensitive for every table of this library); a key keeps
 // the spelling and the position of its first insertion, while assignments through operator[]
 // replace its value. There is no erase, so sequence numbers of live entries have no gaps.
-template <class K, class V, class Compare = std::less<K>, class Alloc = std::allocator<std::pair<const K, V> > >
+template <class K, class V, class Compare = std::less<K>,
+          class Alloc = std::allocator<std::pair<const K, V>>>
 class map_ordered {
  public:
   typedef K key_type;

@@ -63,7 +63,7 @@ struct nv_pair {
 
 // A URL cut at its first '?' into path and query, without stripping.
 typedef nv_pair<std::string, std::string,
-                nv_parser<splitter<is_sep<char, '?'> >, dummy_stripper, dummy_stripper> >
+                nv_parser<splitter<is_sep<char, '?'>>, dummy_stripper, dummy_stripper>>
     url_query_pair;
 
 }  // namespace wx

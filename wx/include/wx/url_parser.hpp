@@ -27,8 +27,10 @@ struct url_char_is_equal {
 template <encoding::Encoding E>
 struct stripper_st {
   void operator()(const char*& begin, const char*& end) const {
-    while (begin != end && (*begin == ' ' || *begin == '\t')) ++begin;
-    while (end != begin && (end[-1] == ' ' || end[-1] == '\t')) --end;
+    while (begin != end && (*begin == ' ' || *begin == '\t'))
+      ++begin;
+    while (end != begin && (end[-1] == ' ' || end[-1] == '\t'))
+      --end;
   }
 };
 
@@ -56,9 +58,8 @@ struct decoded_url_nvp {
 // Parses a query string into a map whose operator[] inserts or finds a name. The three flags
 // keep pairs without '=', with an empty name and with an empty value; the library's parsers set
 // all three false, so only "name=value" pairs with both parts non-empty after decoding are kept.
-template <class PairSep, class NameValueSep, class Decoder, class NameStripper,
-          class ValueStripper, bool KeepWithoutSeparator, bool KeepEmptyName,
-          bool KeepEmptyValue>
+template <class PairSep, class NameValueSep, class Decoder, class NameStripper, class ValueStripper,
+          bool KeepWithoutSeparator, bool KeepEmptyName, bool KeepEmptyValue>
 class url_parser {
  public:
   typedef decoded_url_nvp<std::string, std::string, NameStripper, ValueStripper> record_type;
@@ -74,7 +75,8 @@ class url_parser {
     const char* piece = query.data();
     for (;;) {
       const char* stop = piece;
-      while (stop != end && !PairSep()(*stop)) ++stop;
+      while (stop != end && !PairSep()(*stop))
+        ++stop;
       record_type record;
       decodePair(piece, stop, record);
       // A record that would be dropped is never kept, so a text of separators alone costs no
@@ -97,7 +99,8 @@ class url_parser {
   // Splits [begin, end) at its first '=', strips both parts and decodes them into `record`.
   static void decodePair(const char* begin, const char* end, record_type& record) {
     const char* sep = begin;
-    while (sep != end && !NameValueSep()(*sep)) ++sep;
+    while (sep != end && !NameValueSep()(*sep))
+      ++sep;
     record.has_separator = sep != end;
     const char* name_begin = begin;
     const char* name_end = sep;
