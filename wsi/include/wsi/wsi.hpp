@@ -1,13 +1,19 @@
 // The whole C++ interface of the web server interface: the object model, the HTTP vocabulary,
-// the stream, file and connector handles, the context and the C entry points.
+// the stream, file and connector handles, the context and the C entry points, and the helpers
+// for forms, uploads and cookies.
 #ifndef WSI_WSI_HPP
 #define WSI_WSI_HPP
 
 #include <wsi/wsi.h>
 #include <wsi/context.hpp>
+#include <wsi/cookies.hpp>
+#include <wsi/form_types.hpp>
+#include <wsi/form_urlencoded.hpp>
 #include <wsi/http.hpp>
 #include <wsi/interface.hpp>
 #include <wsi/ios_handle.hpp>
+#include <wsi/multipart.hpp>
+#include <wsi/multipart_form.hpp>
 #include <wsi/qco_handle.hpp>
 
 #endif  // WSI_WSI_HPP

@@ -1,0 +1,100 @@
+#include "wsi/common/wsiform/header_params.hpp"
+
+#include <cctype>
+#include <cstring>
+
+namespace wsi {
+namespace form {
+
+namespace {
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+std::string lowered(std::string text) {
+  for (std::string::size_type i = 0; i < text.size(); ++i)
+    text[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
+  return text;
+}
+
+// `value`[begin, end) without blanks and tabs at either end.
+std::string trimmed(const std::string& value, std::string::size_type begin,
+                    std::string::size_type end) {
+  while (begin < end && isBlank(value[begin]))
+    ++begin;
+  while (end > begin && isBlank(value[end - 1]))
+    --end;
+  return value.substr(begin, end - begin);
+}
+
+// Reads the quoted text that starts after the '"' at `pos` into `out`; leaves `pos` after the
+// closing quote. False when there is none.
+bool readQuoted(const std::string& value, std::string::size_type& pos, std::string& out) {
+  for (++pos; pos < value.size(); ++pos) {
+    const char c = value[pos];
+    if (c == '"') {
+      ++pos;
+      return true;
+    }
+    if (c == '\\' && pos + 1 < value.size() && (value[pos + 1] == '"' || value[pos + 1] == '\\'))
+      ++pos;
+    out += value[pos];
+  }
+  return false;
+}
+
+}  // namespace
+
+bool equalNoCase(const std::string& a, const char* b) {
+  const std::size_t length = std::strlen(b);
+  if (a.size() != length) return false;
+  for (std::size_t i = 0; i < length; ++i) {
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
+      return false;
+  }
+  return true;
+}
+
+bool hasMediaType(const std::string& content_type, const char* type) {
+  std::string::size_type end = content_type.find(';');
+  if (end == std::string::npos) end = content_type.size();
+  return equalNoCase(trimmed(content_type, 0, end), type);
+}
+
+bool splitParams(const std::string& value, std::string& word, NameValuePairs& params) {
+  std::string::size_type pos = value.find(';');
+  if (pos == std::string::npos) pos = value.size();
+  word = lowered(trimmed(value, 0, pos));
+  params.clear();
+  while (pos < value.size()) {
+    ++pos;  // past the ';'
+    const std::string::size_type name_end = value.find_first_of("=;", pos);
+    if (name_end == std::string::npos || value[name_end] == ';') {
+      const std::string::size_type end = name_end == std::string::npos ? value.size() : name_end;
+      const std::string name = trimmed(value, pos, end);
+      if (!name.empty()) params.push_back(std::make_pair(lowered(name), std::string()));
+      pos = end;
+      continue;
+    }
+    params.push_back(std::make_pair(lowered(trimmed(value, pos, name_end)), std::string()));
+    pos = name_end + 1;
+    while (pos < value.size() && isBlank(value[pos]))
+      ++pos;
+    if (pos < value.size() && value[pos] == '"') {
+      if (!readQuoted(value, pos, params.back().second)) return false;
+      pos = value.find(';', pos);  // anything between the closing quote and ';' is dropped
+      if (pos == std::string::npos) pos = value.size();
+    } else {
+      std::string::size_type end = value.find(';', pos);
+      if (end == std::string::npos) end = value.size();
+      params.back().second = trimmed(value, pos, end);
+      pos = end;
+    }
+  }
+  return true;
+}
+
+}  // namespace form
+}  // namespace wsi

@@ -1,0 +1,31 @@
+// Header values made of a leading word and ';'-separated parameters, as Content-Type and
+// Content-Disposition carry them.
+#ifndef WSI_COMMON_WSIFORM_HEADER_PARAMS_HPP
+#define WSI_COMMON_WSIFORM_HEADER_PARAMS_HPP
+
+#include <string>
+
+#include <wsi/form_types.hpp>
+
+namespace wsi {
+namespace form {
+
+// Splits `value` into its leading word (the media type or disposition type, blanks and tabs
+// trimmed, letters in lower case) and its parameters, in order: each name trimmed and in lower
+// case, each value trimmed, a quoted value without its quotes and with "\"" and "\\" unescaped
+// (a backslash before any other byte stays, as browsers send file names with backslashes). A
+// parameter without '=' is kept with an empty value. One pass over `value`: linear whatever it
+// holds. False when a quoted value is not closed.
+bool splitParams(const std::string& value, std::string& word, NameValuePairs& params);
+
+// Whether the media type of `content_type` (before any ';', blanks and tabs around it ignored)
+// is `type`, compared without regard to case.
+bool hasMediaType(const std::string& content_type, const char* type);
+
+// Whether `a` and `b` are equal when ASCII letters are compared without regard to case.
+bool equalNoCase(const std::string& a, const char* b);
+
+}  // namespace form
+}  // namespace wsi
+
+#endif  // WSI_COMMON_WSIFORM_HEADER_PARAMS_HPP

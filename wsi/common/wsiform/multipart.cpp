@@ -1,0 +1,348 @@
+#include <wsi/multipart.hpp>
+
+#include <algorithm>
+#include <cstring>
+
+#include <wx/url_decoder.hpp>
+
+#include "wsi/common/wsiform/header_params.hpp"
+
+namespace wsi {
+
+namespace {
+
+const std::size_t kMaxBoundary = 70;
+
+// Whether `c` may stand in a boundary: letters, digits and '()+_,-./:=? and the blank.
+bool isBoundaryByte(unsigned char c) {
+  if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')) return true;
+  return std::strchr("'()+_,-./:=? ", c) != 0 && c != '\0';
+}
+
+// `text` (ISO-8859-1) in UTF-8.
+std::string latin1ToUtf8(const std::string& text) {
+  std::string out;
+  for (std::string::size_type i = 0; i < text.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
+// Decodes an extended parameter value (charset'language'percent-encoded). False, leaving `out`
+// alone, when its form is wrong or its charset is neither UTF-8 nor ISO-8859-1.
+bool decodeExtValue(const std::string& value, std::string& out) {
+  const std::string::size_type first = value.find('\'');
+  if (first == std::string::npos) return false;
+  const std::string::size_type second = value.find('\'', first + 1);
+  if (second == std::string::npos) return false;
+  const std::string charset = value.substr(0, first);
+  const bool utf8 = form::equalNoCase(charset, "UTF-8");
+  if (!utf8 && !form::equalNoCase(charset, "ISO-8859-1")) return false;
+  std::string decoded;
+  wx::basic_url_decoder<false, wx::encoding::host>()(decoded, value.data() + second + 1,
+                                                     value.size() - second - 1);
+  out = utf8 ? decoded : latin1ToUtf8(decoded);
+  return true;
+}
+
+// Takes the parameters of a Content-Disposition value into `part`.
+bool readDisposition(const std::string& value, MultipartPart& part, std::string& error) {
+  std::string word;
+  NameValuePairs params;
+  if (!form::splitParams(value, word, params)) {
+    error = "the part's Content-Disposition holds a quoted text that is not closed";
+    return false;
+  }
+  bool extended = false;
+  for (NameValuePairs::const_iterator it = params.begin(); it != params.end(); ++it) {
+    if (it->first == "name") {
+      part.name = it->second;
+    } else if (it->first == "filename") {
+      part.has_filename = true;
+      if (!extended) part.filename = it->second;
+    } else if (it->first == "filename*") {
+      part.has_filename = true;
+      extended = decodeExtValue(it->second, part.filename) || extended;
+    }
+  }
+  return true;
+}
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+}  // namespace
+
+MultipartHandler::~MultipartHandler() {}
+
+bool multipartBoundary(const std::string& content_type, std::string& boundary, std::string& error) {
+  std::string word;
+  NameValuePairs params;
+  if (!form::splitParams(content_type, word, params)) {
+    error = "the Content-Type holds a quoted text that is not closed";
+    return false;
+  }
+  if (word.compare(0, 10, "multipart/") != 0) {
+    error = "the Content-Type '" + word + "' is not a multipart type";
+    return false;
+  }
+  const std::string* found = 0;
+  for (NameValuePairs::const_iterator it = params.begin(); it != params.end(); ++it) {
+    if (it->first != "boundary") continue;
+    if (found != 0) {
+      error = "the Content-Type gives the boundary parameter more than once";
+      return false;
+    }
+    found = &it->second;
+  }
+  if (found == 0 || found->empty()) {
+    error = "the Content-Type gives no boundary";
+    return false;
+  }
+  if (found->size() > kMaxBoundary) {
+    error = "the boundary is longer than 70 bytes";
+    return false;
+  }
+  for (std::string::size_type i = 0; i < found->size(); ++i) {
+    if (!isBoundaryByte(static_cast<unsigned char>((*found)[i]))) {
+      error = "the boundary holds a byte that a boundary may not hold";
+      return false;
+    }
+  }
+  if ((*found)[found->size() - 1] == ' ') {
+    error = "the boundary ends with a blank";
+    return false;
+  }
+  boundary = *found;
+  return true;
+}
+
+bool parsePartHeaders(const std::string& block, MultipartPart& part, std::string& error) {
+  std::string::size_type pos = 0;
+  while (pos < block.size()) {
+    std::string::size_type end = block.find("\r\n", pos);
+    if (end == std::string::npos) end = block.size();
+    if (isBlank(block[pos]) && !part.headers.empty()) {
+      part.headers.back().second += ' ';
+      part.headers.back().second += block.substr(pos, end - pos);
+    } else {
+      const std::string::size_type colon = block.find(':', pos);
+      if (colon == std::string::npos || colon > end) {
+        error = "a part's header line holds no ':'";
+        return false;
+      }
+      part.headers.push_back(std::make_pair(block.substr(pos, colon - pos), std::string()));
+      part.headers.back().second = block.substr(colon + 1, end - colon - 1);
+    }
+    pos = end + 2;
+  }
+  for (NameValuePairs::iterator it = part.headers.begin(); it != part.headers.end(); ++it) {
+    std::string& value = it->second;
+    const std::string::size_type first = value.find_first_not_of(" \t");
+    value.erase(0, first == std::string::npos ? value.size() : first);
+    value.erase(value.find_last_not_of(" \t") + 1);
+    if (form::equalNoCase(it->first, "Content-Disposition")) {
+      if (!readDisposition(value, part, error)) return false;
+    } else if (form::equalNoCase(it->first, "Content-Type")) {
+      part.content_type = value;
+    }
+  }
+  return true;
+}
+
+MultipartParser::MultipartParser(const std::string& boundary, MultipartHandler& handler,
+                                 const MultipartLimits& limits)
+    : delimiter_("\r\n--" + boundary),
+      handler_(handler),
+      limits_(limits),
+      state_(preamble),
+      matched_(2),  // the start of the body stands where a CR LF would
+      parts_(0),
+      body_bytes_(0),
+      status_(form_ok) {}
+
+// Records the first failure; returns false so that callers can return its result.
+bool MultipartParser::fail(FormStatus status, const std::string& message) {
+  if (status_ == form_ok) {
+    status_ = status;
+    error_ = message;
+  }
+  return false;
+}
+
+// Scans [p, end) for the delimiter, giving the bytes before it to the handler when `deliver`.
+// Returns the position after the delimiter (state after_delimiter), `end` when it did not
+// complete in this piece (a prefix at the end is remembered in matched_), or null when the
+// handler refused. The delimiter holds a CR only as its first byte, so after a failed compare
+// at one CR the next candidate is the next CR: every byte is looked at a bounded number of times.
+const char* MultipartParser::scan(const char* p, const char* end, bool deliver) {
+  const char* delim = delimiter_.data();
+  const std::size_t length = delimiter_.size();
+  if (matched_ > 0) {
+    while (matched_ < length && p < end && *p == delim[matched_]) {
+      ++matched_;
+      ++p;
+    }
+    if (p == end && matched_ < length) return end;
+    if (matched_ < length) {
+      // What looked like a delimiter was data.
+      if (deliver && !handler_.partData(delim, matched_)) return 0;
+      matched_ = 0;
+    } else {
+      matched_ = 0;
+      state_ = after_delimiter;
+      return deliver && !handler_.partEnd() ? 0 : p;
+    }
+  }
+  const char* start = p;
+  for (;;) {
+    const char* cr = static_cast<const char*>(std::memchr(p, '\r', end - p));
+    if (cr == 0) {
+      if (deliver && end > start && !handler_.partData(start, end - start)) return 0;
+      return end;
+    }
+    const std::size_t available = std::min<std::size_t>(length, end - cr);
+    if (std::memcmp(cr, delim, available) == 0) {
+      if (deliver && cr > start && !handler_.partData(start, cr - start)) return 0;
+      if (available < length) {
+        matched_ = available;
+        return end;
+      }
+      state_ = after_delimiter;
+      return deliver && !handler_.partEnd() ? 0 : cr + length;
+    }
+    p = cr + 1;
+  }
+}
+
+// Reads what follows a delimiter: "--" (the close delimiter), or blanks and tabs, then CR LF.
+// Returns the position after the bytes it took, or null when the body broke the rule.
+const char* MultipartParser::afterDelimiter(const char* p, const char* end) {
+  for (; p < end; ++p) {
+    const char c = *p;
+    if (state_ == after_delimiter && c == '-') {
+      state_ = epilogue;  // the second '-' is checked at the top of the epilogue
+      matched_ = 1;
+    } else if (state_ == epilogue) {
+      if (c != '-') break;
+      matched_ = 0;
+      return p + 1;
+    } else if ((state_ == after_delimiter || state_ == padding) && isBlank(c)) {
+      state_ = padding;
+      if (++matched_ > limits_.max_header_bytes) break;
+    } else if ((state_ == after_delimiter || state_ == padding) && c == '\r') {
+      state_ = line_feed;
+    } else if (state_ == line_feed && c == '\n') {
+      return beginPart() ? p + 1 : 0;
+    } else {
+      break;
+    }
+  }
+  if (p == end) return end;
+  fail(form_malformed, "a boundary line is followed by neither CR LF nor \"--\"");
+  return 0;
+}
+
+// Starts the next part: counts it and clears its header block.
+bool MultipartParser::beginPart() {
+  matched_ = 0;
+  if (parts_ == limits_.max_parts)
+    return fail(form_too_large,
+                "the body holds more than " + std::to_string(limits_.max_parts) + " parts");
+  ++parts_;
+  header_block_.assign("\r\n");  // so that a part without headers ends its block at once
+  state_ = headers;
+  return true;
+}
+
+// Collects header bytes until the empty line, then hands the part's headers to the handler.
+// Returns the position after the bytes it took, or null on failure.
+const char* MultipartParser::headerBytes(const char* p, const char* end) {
+  const std::size_t limit = limits_.max_header_bytes + 4;  // the block, its "\r\n\r\n" and the lead
+  const std::size_t old_size = header_block_.size();
+  const std::size_t take = std::min<std::size_t>(end - p, limit - std::min(limit, old_size));
+  header_block_.append(p, take);
+  const std::string::size_type found =
+      header_block_.find("\r\n\r\n", old_size < 3 ? 0 : old_size - 3);
+  if (found == std::string::npos) {
+    if (header_block_.size() >= limit) {
+      fail(form_too_large, "the header block of part " + std::to_string(parts_) +
+                               " is longer than " + std::to_string(limits_.max_header_bytes) +
+                               " bytes");
+      return 0;
+    }
+    return p + take;
+  }
+  const char* after = p + (found + 4 - old_size);
+  header_block_.resize(found);
+  MultipartPart part;
+  std::string error;
+  if (!parsePartHeaders(header_block_.substr(std::min<std::size_t>(2, found)), part, error)) {
+    fail(form_malformed, error + " (part " + std::to_string(parts_) + ")");
+    return 0;
+  }
+  std::string().swap(header_block_);
+  state_ = data;
+  matched_ = 0;
+  if (!handler_.partBegin(part)) {
+    fail(form_refused, "the host refused part " + std::to_string(parts_));
+    return 0;
+  }
+  return after;
+}
+
+bool MultipartParser::feed(const char* p, std::size_t size) {
+  if (status_ != form_ok) return false;
+  if (size > limits_.max_body - body_bytes_)
+    return fail(form_too_large, "the body is larger than the limit of " +
+                                    std::to_string(limits_.max_body) + " bytes");
+  body_bytes_ += size;
+  const char* end = p + size;
+  while (p != 0 && p < end) {
+    switch (state_) {
+      case preamble:
+        p = scan(p, end, false);
+        break;
+      case data:
+        p = scan(p, end, true);
+        if (p == 0)
+          fail(form_refused, "the host refused the data of part " + std::to_string(parts_));
+        break;
+      case headers:
+        p = headerBytes(p, end);
+        break;
+      case epilogue:
+        if (matched_ == 0) return true;  // after the close delimiter everything is ignored
+        p = afterDelimiter(p, end);
+        break;
+      default:
+        p = afterDelimiter(p, end);
+        break;
+    }
+  }
+  return status_ == form_ok;
+}
+
+bool MultipartParser::finish() {
+  if (status_ != form_ok) return false;
+  if (state_ == epilogue && matched_ == 0) return true;
+  if (state_ == preamble)
+    return fail(form_malformed,
+                "the body holds no boundary line \"--" + delimiter_.substr(4) + "\"");
+  if (state_ == headers)
+    return fail(form_malformed,
+                "the body ended inside the header block of part " + std::to_string(parts_));
+  if (state_ == data)
+    return fail(form_malformed,
+                "the body ended inside part " + std::to_string(parts_) + ", before its boundary");
+  return fail(form_malformed, "the body ended before its closing boundary");
+}
+
+}  // namespace wsi
