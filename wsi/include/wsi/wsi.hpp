@@ -1,10 +1,11 @@
 // The whole C++ interface of the web server interface: the object model, the HTTP vocabulary,
-// the stream, file and connector handles, the context and the C entry points, and the helpers
-// for forms, uploads and cookies.
+// the stream, file, connector and CGI handles, the context and the C entry points, and the
+// helpers for forms, uploads and cookies.
 #ifndef WSI_WSI_HPP
 #define WSI_WSI_HPP
 
 #include <wsi/wsi.h>
+#include <wsi/cgi_handle.hpp>
 #include <wsi/context.hpp>
 #include <wsi/cookies.hpp>
 #include <wsi/form_types.hpp>
