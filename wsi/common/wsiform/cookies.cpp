@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <wsi/cgi_handle.hpp>
+
 namespace wsi {
 
 namespace {
@@ -212,6 +214,11 @@ ResponseCookies::ResponseCookies(Response& response) : response_(response) {}
 bool ResponseCookies::add(const SetCookie& cookie, std::string& error) {
   std::string value;
   if (!cookie.build(value, error)) return false;
+  CgiResponse* cgi = dynamic_cast<CgiResponse*>(&response_);
+  if (cgi != 0) {
+    cgi->addHttpHeader("Set-Cookie", value);
+    return true;
+  }
   if (!folded_.empty()) folded_ += "\nSet-Cookie: ";
   folded_ += value;
   response_.setHttpHeader("Set-Cookie", folded_);

@@ -12,6 +12,7 @@ namespace wsi {
 namespace {
 
 const std::size_t kMaxBoundary = 70;
+const std::size_t kMaxPadding = 256;
 
 // Whether `c` may stand in a boundary: letters, digits and '()+_,-./:=? and the blank.
 bool isBoundaryByte(unsigned char c) {
@@ -164,6 +165,7 @@ MultipartParser::MultipartParser(const std::string& boundary, MultipartHandler& 
       limits_(limits),
       state_(preamble),
       matched_(2),  // the start of the body stands where a CR LF would
+      from_data_(false),
       parts_(0),
       body_bytes_(0),
       status_(form_ok) {}
@@ -177,12 +179,14 @@ bool MultipartParser::fail(FormStatus status, const std::string& message) {
   return false;
 }
 
-// Scans [p, end) for the delimiter, giving the bytes before it to the handler when `deliver`.
-// Returns the position after the delimiter (state after_delimiter), `end` when it did not
-// complete in this piece (a prefix at the end is remembered in matched_), or null when the
-// handler refused. The delimiter holds a CR only as its first byte, so after a failed compare
-// at one CR the next candidate is the next CR: every byte is looked at a bounded number of times.
-const char* MultipartParser::scan(const char* p, const char* end, bool deliver) {
+// Scans [p, end) for the delimiter, giving the bytes before it to the handler in the data
+// state. Returns the position after the delimiter (state after_delimiter: what follows decides
+// whether it is one), `end` when it did not complete in this piece (a prefix at the end is
+// remembered in matched_), or null when the handler refused. The delimiter holds a CR only as
+// its first byte, so after a failed compare at one CR the next candidate is the next CR: every
+// byte is looked at a bounded number of times.
+const char* MultipartParser::scan(const char* p, const char* end) {
+  const bool deliver = state_ == data;
   const char* delim = delimiter_.data();
   const std::size_t length = delimiter_.size();
   if (matched_ > 0) {
@@ -191,15 +195,11 @@ const char* MultipartParser::scan(const char* p, const char* end, bool deliver) 
       ++p;
     }
     if (p == end && matched_ < length) return end;
-    if (matched_ < length) {
-      // What looked like a delimiter was data.
-      if (deliver && !handler_.partData(delim, matched_)) return 0;
-      matched_ = 0;
-    } else {
-      matched_ = 0;
-      state_ = after_delimiter;
-      return deliver && !handler_.partEnd() ? 0 : p;
-    }
+    const std::size_t matched = matched_;
+    matched_ = 0;
+    if (matched == length) return delimiterFound(p);
+    // What looked like a delimiter was data.
+    if (deliver && !handler_.partData(delim, matched)) return 0;
   }
   const char* start = p;
   for (;;) {
@@ -211,48 +211,72 @@ const char* MultipartParser::scan(const char* p, const char* end, bool deliver) 
     const std::size_t available = std::min<std::size_t>(length, end - cr);
     if (std::memcmp(cr, delim, available) == 0) {
       if (deliver && cr > start && !handler_.partData(start, cr - start)) return 0;
-      if (available < length) {
-        matched_ = available;
-        return end;
-      }
-      state_ = after_delimiter;
-      return deliver && !handler_.partEnd() ? 0 : cr + length;
+      if (available == length) return delimiterFound(cr + length);
+      matched_ = available;
+      return end;
     }
     p = cr + 1;
   }
 }
 
-// Reads what follows a delimiter: "--" (the close delimiter), or blanks and tabs, then CR LF.
-// Returns the position after the bytes it took, or null when the body broke the rule.
+// Notes that a delimiter ended just before `p`; what follows it decides.
+const char* MultipartParser::delimiterFound(const char* p) {
+  from_data_ = state_ == data;
+  state_ = after_delimiter;
+  lookahead_.clear();
+  return p;
+}
+
+// Reads what follows a delimiter: "--" (the close delimiter), or blanks and tabs, then CR LF
+// (the next part). Anything else means that the bytes were no delimiter: they go back to the
+// data (or the preamble) and scanning goes on with the byte that decided. Returns the position
+// after the bytes it took, or null on failure.
 const char* MultipartParser::afterDelimiter(const char* p, const char* end) {
   for (; p < end; ++p) {
     const char c = *p;
-    if (state_ == after_delimiter && c == '-') {
-      state_ = epilogue;  // the second '-' is checked at the top of the epilogue
-      matched_ = 1;
-    } else if (state_ == epilogue) {
-      if (c != '-') break;
-      matched_ = 0;
-      return p + 1;
-    } else if ((state_ == after_delimiter || state_ == padding) && isBlank(c)) {
-      state_ = padding;
-      if (++matched_ > limits_.max_header_bytes) break;
-    } else if ((state_ == after_delimiter || state_ == padding) && c == '\r') {
-      state_ = line_feed;
-    } else if (state_ == line_feed && c == '\n') {
-      return beginPart() ? p + 1 : 0;
-    } else {
-      break;
+    const bool first = lookahead_.empty();
+    const char last = first ? '\0' : lookahead_[lookahead_.size() - 1];
+    if (c == '-' && (first || (last == '-' && lookahead_.size() == 1))) {
+      if (first) {
+        lookahead_ += c;
+        continue;
+      }
+      state_ = epilogue;
+      return from_data_ && !handler_.partEnd() ? 0 : p + 1;
     }
+    if (isBlank(c) && (first || isBlank(last))) {
+      if (lookahead_.size() == kMaxPadding) {
+        fail(form_malformed, "a boundary line holds more than 256 blanks");
+        return 0;
+      }
+      lookahead_ += c;
+      continue;
+    }
+    if (c == '\r' && (first || isBlank(last))) {
+      lookahead_ += c;
+      continue;
+    }
+    if (c == '\n' && last == '\r') return beginPart() ? p + 1 : 0;
+    return notDelimiter(p);
   }
-  if (p == end) return end;
-  fail(form_malformed, "a boundary line is followed by neither CR LF nor \"--\"");
-  return 0;
+  return end;
+}
+
+// The delimiter just read and its look-ahead were data (or preamble): hands them back and
+// resumes scanning at `p`. The look-ahead may end with a CR, but `p` is not a line feed, so no
+// delimiter starts there.
+const char* MultipartParser::notDelimiter(const char* p) {
+  state_ = from_data_ ? data : preamble;
+  if (!from_data_) return p;
+  if (!handler_.partData(delimiter_.data(), delimiter_.size())) return 0;
+  if (!lookahead_.empty() && !handler_.partData(lookahead_.data(), lookahead_.size())) return 0;
+  return p;
 }
 
 // Starts the next part: counts it and clears its header block.
 bool MultipartParser::beginPart() {
-  matched_ = 0;
+  if (from_data_ && !handler_.partEnd())
+    return fail(form_refused, "the host refused the end of part " + std::to_string(parts_));
   if (parts_ == limits_.max_parts)
     return fail(form_too_large,
                 "the body holds more than " + std::to_string(limits_.max_parts) + " parts");
@@ -291,10 +315,7 @@ const char* MultipartParser::headerBytes(const char* p, const char* end) {
   std::string().swap(header_block_);
   state_ = data;
   matched_ = 0;
-  if (!handler_.partBegin(part)) {
-    fail(form_refused, "the host refused part " + std::to_string(parts_));
-    return 0;
-  }
+  if (!handler_.partBegin(part)) return 0;
   return after;
 }
 
@@ -306,43 +327,30 @@ bool MultipartParser::feed(const char* p, std::size_t size) {
   body_bytes_ += size;
   const char* end = p + size;
   while (p != 0 && p < end) {
-    switch (state_) {
-      case preamble:
-        p = scan(p, end, false);
-        break;
-      case data:
-        p = scan(p, end, true);
-        if (p == 0)
-          fail(form_refused, "the host refused the data of part " + std::to_string(parts_));
-        break;
-      case headers:
-        p = headerBytes(p, end);
-        break;
-      case epilogue:
-        if (matched_ == 0) return true;  // after the close delimiter everything is ignored
-        p = afterDelimiter(p, end);
-        break;
-      default:
-        p = afterDelimiter(p, end);
-        break;
+    if (state_ == epilogue) return true;  // after the close delimiter everything is ignored
+    if (state_ == headers) {
+      p = headerBytes(p, end);
+    } else if (state_ == after_delimiter) {
+      p = afterDelimiter(p, end);
+    } else {
+      p = scan(p, end);
     }
   }
+  if (p == 0) fail(form_refused, "the host refused part " + std::to_string(parts_));
   return status_ == form_ok;
 }
 
 bool MultipartParser::finish() {
   if (status_ != form_ok) return false;
-  if (state_ == epilogue && matched_ == 0) return true;
+  if (state_ == epilogue) return true;
   if (state_ == preamble)
     return fail(form_malformed,
                 "the body holds no boundary line \"--" + delimiter_.substr(4) + "\"");
   if (state_ == headers)
     return fail(form_malformed,
                 "the body ended inside the header block of part " + std::to_string(parts_));
-  if (state_ == data)
-    return fail(form_malformed,
-                "the body ended inside part " + std::to_string(parts_) + ", before its boundary");
-  return fail(form_malformed, "the body ended before its closing boundary");
+  return fail(form_malformed, "the body ended inside part " + std::to_string(parts_) +
+                                  ", before its closing boundary");
 }
 
 }  // namespace wsi

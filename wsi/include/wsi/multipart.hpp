@@ -42,10 +42,11 @@ class WSI_API MultipartHandler {
 };
 
 // Parses one multipart body. The body is a preamble (ignored), then for each part the delimiter
-// "--" boundary (at the start of the body or after CR LF), optional blanks and tabs, CR LF, the
+// "--" boundary (at the start of the body or after CR LF), up to 256 blanks and tabs, CR LF, the
 // part's header lines ended by an empty line (each line ended by CR LF) and its data; then the
 // close delimiter "--" boundary "--" and an epilogue (ignored). The CR LF before a delimiter
-// belongs to the delimiter, not to the data. Cost: linear in the body whatever it holds (the
+// belongs to the delimiter, not to the data; "--" boundary followed by anything else is no
+// delimiter and stays data. Cost: linear in the body whatever it holds (the
 // delimiter is found with memchr on its CR and a bounded compare); memory: one part's header
 // block at most.
 class WSI_API MultipartParser {
@@ -69,11 +70,13 @@ class WSI_API MultipartParser {
   std::size_t partCount() const { return parts_; }
 
  private:
-  enum State { preamble, after_delimiter, padding, line_feed, headers, data, epilogue };
+  enum State { preamble, after_delimiter, headers, data, epilogue };
 
   WSI_LOCAL bool fail(FormStatus status, const std::string& message);
-  WSI_LOCAL const char* scan(const char* p, const char* end, bool deliver);
+  WSI_LOCAL const char* scan(const char* p, const char* end);
+  WSI_LOCAL const char* delimiterFound(const char* p);
   WSI_LOCAL const char* afterDelimiter(const char* p, const char* end);
+  WSI_LOCAL const char* notDelimiter(const char* p);
   WSI_LOCAL const char* headerBytes(const char* p, const char* end);
   WSI_LOCAL bool beginPart();
 
@@ -81,7 +84,9 @@ class WSI_API MultipartParser {
   MultipartHandler& handler_;
   MultipartLimits limits_;
   State state_;
-  std::size_t matched_;  // bytes of the delimiter matched at the end of the last piece
+  std::size_t matched_;    // bytes of the delimiter matched at the end of the last piece
+  bool from_data_;         // the delimiter being looked at ended a part's data
+  std::string lookahead_;  // the bytes after that delimiter: "-", or blanks and a CR
   std::string header_block_;
   std::size_t parts_;
   unsigned long long body_bytes_;
