@@ -46,10 +46,20 @@ bool UrlencodedParser::endPair() {
 
 bool UrlencodedParser::feed(const char* data, std::size_t size) {
   if (status_ != form_ok) return false;
-  if (size > limits_.max_body - body_bytes_)
+  // The bytes within the body limit are parsed first, so that the error does not depend on how
+  // the body was cut into pieces.
+  const bool over = size > limits_.max_body - body_bytes_;
+  if (over) size = limits_.max_body - body_bytes_;
+  body_bytes_ += size;
+  if (!parse(data, size)) return false;
+  if (over)
     return fail("the form body is larger than the limit of " + std::to_string(limits_.max_body) +
                 " bytes");
-  body_bytes_ += size;
+  return true;
+}
+
+// Takes `size` bytes of the body that lie within its limit.
+bool UrlencodedParser::parse(const char* data, std::size_t size) {
   const char* end = data + size;
   while (data < end) {
     // The current item runs to the next separator: '&' always, '=' while in the name.

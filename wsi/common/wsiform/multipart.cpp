@@ -321,10 +321,20 @@ const char* MultipartParser::headerBytes(const char* p, const char* end) {
 
 bool MultipartParser::feed(const char* p, std::size_t size) {
   if (status_ != form_ok) return false;
-  if (size > limits_.max_body - body_bytes_)
+  // The bytes within the body limit are parsed first, so that the error does not depend on how
+  // the body was cut into pieces.
+  const bool over = size > limits_.max_body - body_bytes_;
+  if (over) size = static_cast<std::size_t>(limits_.max_body - body_bytes_);
+  body_bytes_ += size;
+  if (!parse(p, size)) return false;
+  if (over)
     return fail(form_too_large, "the body is larger than the limit of " +
                                     std::to_string(limits_.max_body) + " bytes");
-  body_bytes_ += size;
+  return true;
+}
+
+// Takes `size` bytes of the body that lie within its limit.
+bool MultipartParser::parse(const char* p, std::size_t size) {
   const char* end = p + size;
   while (p != 0 && p < end) {
     if (state_ == epilogue) return true;  // after the close delimiter everything is ignored

@@ -43,6 +43,7 @@ class WSI_API UrlencodedParser {
 
  private:
   WSI_LOCAL bool fail(const std::string& message);
+  WSI_LOCAL bool parse(const char* data, std::size_t size);
   WSI_LOCAL bool endPair();
 
   UrlencodedLimits limits_;

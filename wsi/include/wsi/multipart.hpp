@@ -73,6 +73,7 @@ class WSI_API MultipartParser {
   enum State { preamble, after_delimiter, headers, data, epilogue };
 
   WSI_LOCAL bool fail(FormStatus status, const std::string& message);
+  WSI_LOCAL bool parse(const char* p, std::size_t size);
   WSI_LOCAL const char* scan(const char* p, const char* end);
   WSI_LOCAL const char* delimiterFound(const char* p);
   WSI_LOCAL const char* afterDelimiter(const char* p, const char* end);
