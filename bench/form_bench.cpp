@@ -15,6 +15,7 @@
 #include <wsi/cookies.hpp>
 #include <wsi/form_urlencoded.hpp>
 #include <wsi/multipart.hpp>
+#include <wsi/multipart_form.hpp>
 
 namespace {
 
@@ -32,8 +33,8 @@ std::string uploadBytes(std::size_t size, unsigned seed) {
 }
 
 std::string partHead(const std::string& name, const char* filename) {
-  std::string head = std::string("--") + kBoundary + "\r\nContent-Disposition: form-data; name=\"" +
-                     name + "\"";
+  std::string head =
+      std::string("--") + kBoundary + "\r\nContent-Disposition: form-data; name=\"" + name + "\"";
   if (filename != nullptr) head += std::string("; filename=\"") + filename + "\"";
   if (filename != nullptr) head += "\r\nContent-Type: application/octet-stream";
   return head + "\r\n\r\n";
@@ -56,8 +57,8 @@ std::string smallFields(std::size_t size) {
   std::string body;
   body.reserve(size + 1024);
   for (int i = 0; body.size() < size; ++i)
-    body += partHead("field" + std::to_string(i), nullptr) + "value of field " +
-            std::to_string(i) + "\r\n";
+    body += partHead("field" + std::to_string(i), nullptr) + "value of field " + std::to_string(i) +
+            "\r\n";
   return body + "--" + kBoundary + "--\r\n";
 }
 
@@ -113,6 +114,25 @@ void BM_Multipart(benchmark::State& state, const char* key) {
   const std::string& b = body(key);
   for (auto _ : state)
     benchmark::DoNotOptimize(parseMultipart(b));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * b.size()));
+}
+
+// The parser with the collector that keeps every field and file, as cgicc does.
+void BM_MultipartForm(benchmark::State& state, const char* key) {
+  const std::string& b = body(key);
+  wsi::MultipartFormLimits limits;
+  limits.parser = bigLimits();
+  limits.max_memory = std::size_t(1) << 40;
+  limits.spool_above = limits.max_memory;
+  for (auto _ : state) {
+    wsi::MultipartForm form;
+    wsi::MultipartFormCollector collector(form, limits);
+    wsi::MultipartParser parser(kBoundary, collector, limits.parser);
+    for (std::size_t at = 0; at < b.size(); at += kPiece)
+      parser.feed(b.data() + at, std::min(kPiece, b.size() - at));
+    parser.finish();
+    benchmark::DoNotOptimize(form.fields.size() + form.files.size());
+  }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * b.size()));
 }
 
@@ -235,9 +255,11 @@ void BM_Grow(benchmark::State& state, int kind) {
 }
 
 BENCHMARK_CAPTURE(BM_Multipart, large_parts, "large")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_MultipartForm, large_parts, "large")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Memchr, large_parts, "large")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Cgicc, large_parts, "large")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Multipart, small_fields, "small")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_MultipartForm, small_fields, "small")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Memchr, small_fields, "small")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Cgicc, small_fields, "small")->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Urlencoded)->Unit(benchmark::kMicrosecond);
@@ -246,16 +268,24 @@ BENCHMARK_CAPTURE(BM_Cgicc, urlencoded, "urlencoded")->Unit(benchmark::kMicrosec
 BENCHMARK(BM_Cookies)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_CookiesCgicc)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(BM_Grow, large_parts, 0)
-    ->RangeMultiplier(10)->Range(1 << 20, 100 << 20)->Complexity(benchmark::oN)
+    ->RangeMultiplier(10)
+    ->Range(1 << 20, 100 << 20)
+    ->Complexity(benchmark::oN)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Grow, small_fields, 1)
-    ->RangeMultiplier(10)->Range(1 << 20, 100 << 20)->Complexity(benchmark::oN)
+    ->RangeMultiplier(10)
+    ->Range(1 << 20, 100 << 20)
+    ->Complexity(benchmark::oN)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Grow, cr_run, 2)
-    ->RangeMultiplier(10)->Range(1 << 20, 100 << 20)->Complexity(benchmark::oN)
+    ->RangeMultiplier(10)
+    ->Range(1 << 20, 100 << 20)
+    ->Complexity(benchmark::oN)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Grow, dash_run, 3)
-    ->RangeMultiplier(10)->Range(1 << 20, 100 << 20)->Complexity(benchmark::oN)
+    ->RangeMultiplier(10)
+    ->Range(1 << 20, 100 << 20)
+    ->Complexity(benchmark::oN)
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -98,8 +98,9 @@ NameValuePairs parseCookies(const std::string& header) {
   while (pos <= header.size()) {
     std::string::size_type end = header.find(';', pos);
     if (end == std::string::npos) end = header.size();
-    const std::string::size_type eq = header.find('=', pos);
-    if (eq < end) {
+    const void* found = std::memchr(header.data() + pos, '=', end - pos);
+    if (found != 0) {
+      const std::string::size_type eq = static_cast<const char*>(found) - header.data();
       std::string name = trimmed(header, pos, eq);
       std::string value = trimmed(header, eq + 1, end);
       if (value.size() >= 2 && value[0] == '"' && value[value.size() - 1] == '"')

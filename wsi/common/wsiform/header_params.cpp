@@ -1,6 +1,5 @@
 #include "wsi/common/wsiform/header_params.hpp"
 
-#include <cctype>
 #include <cstring>
 
 namespace wsi {
@@ -12,9 +11,14 @@ bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
+// `c` with an ASCII capital letter made small; no locale involved.
+char asciiLower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
 std::string lowered(std::string text) {
   for (std::string::size_type i = 0; i < text.size(); ++i)
-    text[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
+    text[i] = asciiLower(text[i]);
   return text;
 }
 
@@ -50,9 +54,7 @@ bool equalNoCase(const std::string& a, const char* b) {
   const std::size_t length = std::strlen(b);
   if (a.size() != length) return false;
   for (std::size_t i = 0; i < length; ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) !=
-        std::tolower(static_cast<unsigned char>(b[i])))
-      return false;
+    if (asciiLower(a[i]) != asciiLower(b[i])) return false;
   }
   return true;
 }
@@ -68,6 +70,7 @@ bool splitParams(const std::string& value, std::string& word, NameValuePairs& pa
   if (pos == std::string::npos) pos = value.size();
   word = lowered(trimmed(value, 0, pos));
   params.clear();
+  params.reserve(4);  // a disposition's type, name and file name, without growing
   while (pos < value.size()) {
     ++pos;  // past the ';'
     const std::string::size_type name_end = value.find_first_of("=;", pos);

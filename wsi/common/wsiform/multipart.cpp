@@ -1,5 +1,7 @@
 #include <wsi/multipart.hpp>
 
+#include <string.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -126,6 +128,7 @@ bool multipartBoundary(const std::string& content_type, std::string& boundary, s
 }
 
 bool parsePartHeaders(const std::string& block, MultipartPart& part, std::string& error) {
+  part.headers.reserve(4);  // Content-Disposition and Content-Type, without growing
   std::string::size_type pos = 0;
   while (pos < block.size()) {
     std::string::size_type end = block.find("\r\n", pos);
@@ -287,36 +290,46 @@ bool MultipartParser::beginPart() {
 }
 
 // Collects header bytes until the empty line, then hands the part's headers to the handler.
-// Returns the position after the bytes it took, or null on failure.
+// Only the bytes up to the empty line are copied, so parts with small headers cost little
+// whatever the piece size. Returns the position after the bytes it took, or null on failure.
 const char* MultipartParser::headerBytes(const char* p, const char* end) {
+  static const char kEmptyLine[] = "\r\n\r\n";
   const std::size_t limit = limits_.max_header_bytes + 4;  // the block, its "\r\n\r\n" and the lead
   const std::size_t old_size = header_block_.size();
   const std::size_t take = std::min<std::size_t>(end - p, limit - std::min(limit, old_size));
-  header_block_.append(p, take);
-  const std::string::size_type found =
-      header_block_.find("\r\n\r\n", old_size < 3 ? 0 : old_size - 3);
-  if (found == std::string::npos) {
-    if (header_block_.size() >= limit) {
-      fail(form_too_large, "the header block of part " + std::to_string(parts_) +
-                               " is longer than " + std::to_string(limits_.max_header_bytes) +
-                               " bytes");
-      return 0;
-    }
-    return p + take;
+  // Where the empty line ends in this piece: it may begin in the bytes kept so far.
+  std::size_t through = 0;
+  for (std::size_t kept = 3; kept >= 1 && through == 0; --kept) {
+    if (old_size >= kept && take >= 4 - kept &&
+        header_block_.compare(old_size - kept, kept, kEmptyLine, kept) == 0 &&
+        std::memcmp(p, kEmptyLine + kept, 4 - kept) == 0)
+      through = 4 - kept;
   }
-  const char* after = p + (found + 4 - old_size);
-  header_block_.resize(found);
+  if (through == 0) {
+    const void* found = ::memmem(p, take, kEmptyLine, 4);
+    if (found != 0) through = static_cast<std::size_t>(static_cast<const char*>(found) - p) + 4;
+  }
+  if (through == 0) {
+    header_block_.append(p, take);
+    if (header_block_.size() < limit) return p + take;
+    fail(form_too_large, "the header block of part " + std::to_string(parts_) + " is longer than " +
+                             std::to_string(limits_.max_header_bytes) + " bytes");
+    return 0;
+  }
+  header_block_.append(p, through);
+  const std::size_t lines = header_block_.size() - 4;  // the lead CR LF and the header lines
   MultipartPart part;
   std::string error;
-  if (!parsePartHeaders(header_block_.substr(std::min<std::size_t>(2, found)), part, error)) {
+  const std::string block = lines > 2 ? header_block_.substr(2, lines - 2) : std::string();
+  if (!parsePartHeaders(block, part, error)) {
     fail(form_malformed, error + " (part " + std::to_string(parts_) + ")");
     return 0;
   }
-  std::string().swap(header_block_);
+  header_block_.clear();
   state_ = data;
   matched_ = 0;
   if (!handler_.partBegin(part)) return 0;
-  return after;
+  return p + through;
 }
 
 bool MultipartParser::feed(const char* p, std::size_t size) {
