@@ -242,8 +242,8 @@ void* WSI_ContextGetHandle(void* context) {
 }
 
 // The caller's variable is cleared before the context goes. Every destructor on this path is
-// non-throwing (the stream response keeps a throwing stream's exception to itself), so nothing
-// can leave the delete. A null pointer to the variable is ignored.
+// non-throwing (the file closes and the responses keep a throwing stream's exception to
+// themselves), so nothing can leave the delete. A null pointer to the variable is ignored.
 void WSI_DestroyContext(void** context) {
   if (context == nullptr) return;
   wsi::Context* const doomed = static_cast<wsi::Context*>(*context);
