@@ -13,7 +13,6 @@
 #include <vector>
 
 #include <wsi/ios_handle.hpp>
-
 #include "fields.hpp"
 #include "fuzz_check.hpp"
 

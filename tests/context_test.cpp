@@ -1,17 +1,16 @@
 // The specification grammar of tests/data/context_specs.tsv, null texts and arrays, and the
 // "files" type on real files, through the C entry points.
-#include <gtest/gtest.h>
-
 #include <functional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <wsi/wsi.h>
+#include <gtest/gtest.h>
+
 #include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
-
+#include <wsi/wsi.h>
 #include "tests/data_table.hpp"
 #include "tests/ios_test_util.hpp"
 

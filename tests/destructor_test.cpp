@@ -1,19 +1,18 @@
 // Destroying a context, and the host's own connector handle, while a stream the library handed
 // out throws on failure (the host set exceptions(failbit|badbit) on it). Every row runs in a
 // child process, so a destructor that ends the process fails its row instead of the program.
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
 #include <functional>
 #include <sstream>
 #include <string>
 
-#include <wsi/wsi.h>
+#include <gtest/gtest.h>
+
 #include <qco/qco.hpp>
 #include <wsi/qco_handle.hpp>
+#include <wsi/wsi.h>
 #include <wsi/wsi.hpp>
-
 #include "tests/data_table.hpp"
 #include "tests/ios_test_util.hpp"
 #include "tests/qco_test_util.hpp"

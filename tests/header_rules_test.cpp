@@ -1,12 +1,11 @@
 // The response header rules: Content-Type, Content-Length and everything else.
-#include <gtest/gtest.h>
-
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include <wsi/interface.hpp>
+#include <gtest/gtest.h>
 
+#include <wsi/interface.hpp>
 #include "data_table.hpp"
 
 namespace {

@@ -1,12 +1,11 @@
 // The stream and file handles: what the golden exchanges cannot show, i.e. failing output
 // streams, header bytes that break lines, and the handle dumps.
-#include <gtest/gtest.h>
-
 #include <sstream>
 #include <string>
 
-#include <wsi/ios_handle.hpp>
+#include <gtest/gtest.h>
 
+#include <wsi/ios_handle.hpp>
 #include "tests/ios_test_util.hpp"
 
 namespace {

@@ -4,7 +4,6 @@
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
 #include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>

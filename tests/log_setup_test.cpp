@@ -1,14 +1,13 @@
 // The process-wide logger's set-up at the first handle, and its tear-down.
-#include <gtest/gtest.h>
-
 #include <stdlib.h>
 #include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <wsi/interface.hpp>
 #include <wx/log.hpp>

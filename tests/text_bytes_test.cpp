@@ -1,16 +1,15 @@
 // Where the library reads a text holding a NUL byte as a C string and where as bytes: one table
 // over the places a host can reach, through the stream back end and the C entry points.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <wsi/wsi.h>
 #include <wsi/wsi.hpp>
-
 #include "tests/data_table.hpp"
 #include "tests/ios_test_util.hpp"
 

@@ -2,26 +2,26 @@
 // family log into one file: the logging set-up runs once, no message is torn or lost, and after
 // closeLog() the next handle sets logging up again. CI runs this under ThreadSanitizer as well.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-#include <w3/w3.h>
-#include <wsi/wsi.h>
-
 #include <algorithm>
 #include <atomic>
 #include <future>
 #include <map>
 #include <memory>
-#include <qco/qco.hpp>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
-#include <wsi/qco_handle.hpp>
-#include <wx/log.hpp>
 
+#include <gtest/gtest.h>
+
+#include <qco/qco.hpp>
+#include <w3/w3.h>
+#include <wsi/qco_handle.hpp>
+#include <wsi/wsi.h>
+#include <wx/log.hpp>
 #include "tests/ios_test_util.hpp"
 #include "tests/qco_test_util.hpp"
 

@@ -1,7 +1,5 @@
 // The context behind the C entry points: the specification grammar, the three handle getters and
 // the entry points themselves.
-#include <wsi/context.hpp>
-
 #include <algorithm>
 #include <cstdint>
 #include <exception>
@@ -9,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <wsi/wsi.h>
+#include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
+#include <wsi/wsi.h>
 #include <wx/char_casing.hpp>
 #include <wx/char_to_numeric.hpp>
 #include <wx/ptr_len_pair.hpp>

@@ -1,7 +1,6 @@
 // The HTTP vocabulary, the response header rules, the logging set-up and the base classes of
 // the object model.
 #include <pthread.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstddef>

@@ -1,18 +1,16 @@
 // The stream and file back ends: the request-configuration reader, the HTTP response writer and
 // the two handles that own them.
-#include <wsi/ios_handle.hpp>
-
 #include <cctype>
 #include <istream>
 #include <ostream>
 #include <string>
 
+#include <wsi/ios_handle.hpp>
 #include <wx/char_casing.hpp>
 #include <wx/nv_pair.hpp>
 #include <wx/ptr_len_pair.hpp>
 #include <wx/url_decoder.hpp>
 #include <wx/url_parser.hpp>
-
 #include "wsi/common/dump.hpp"
 
 namespace wsi {

@@ -5,7 +5,6 @@
 #define WSI_INTERFACE_HPP
 
 #include <pthread.h>
-
 #include <iosfwd>
 #include <map>
 #include <string>
