@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -95,20 +93,6 @@ TEST_F(LogSetUp, ValueTrimmedAtTheEndAndCutAt256) {
   // 256 characters are taken: "5" and blanks, trimmed to "5"; the rest never reaches LevelOf.
   EXPECT_EQ(5, levelFromEnvironment("5" + std::string(255, ' ') + std::string(44, 'x')));
   EXPECT_EQ(3, levelFromEnvironment("5" + std::string(254, ' ') + "x"));
-}
-
-TEST_F(LogSetUp, SixteenThreadsSetUpOnce) {
-  std::vector<wx::log::log*> seen(16, nullptr);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 16; ++i)
-    threads.emplace_back([&seen, i] {
-      SetUpHandle handle;
-      seen[i] = wsi::Handle::plog_;
-    });
-  for (std::thread& t : threads)
-    t.join();
-  ASSERT_NE(nullptr, seen[0]);
-  EXPECT_EQ(std::vector<wx::log::log*>(16, seen[0]), seen);
 }
 
 }  // namespace
