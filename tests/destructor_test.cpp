@@ -87,11 +87,6 @@ void runSteps(wsi::Handle& handle, const std::string& steps, const std::string& 
   }
 }
 
-// A stream buffer whose flush always fails.
-struct FailingSync : std::stringbuf {
-  int sync() override { return -1; }
-};
-
 // One row over "files": the output file afterwards (the masked stream dies with the handle).
 std::string runFiles(const wsi_test::Row& row) {
   wsi_test::TempDir dir;
@@ -108,7 +103,7 @@ std::string runFiles(const wsi_test::Row& row) {
 // One row over "streams": the host masks its own output stream before the context exists.
 std::string runStreams(const wsi_test::Row& row) {
   std::istringstream config("URL=/x"), posted("body");
-  FailingSync failing;
+  wsi_test::FailingSync failing;
   std::stringbuf plain;
   std::ostream output(row[2] == "failing flush" ? static_cast<std::stringbuf*>(&failing) : &plain);
   output.exceptions(kMask);

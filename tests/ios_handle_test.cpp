@@ -10,11 +10,6 @@
 
 namespace {
 
-// A stream buffer whose flush always fails.
-struct FailingSync : std::stringbuf {
-  int sync() override { return -1; }
-};
-
 // Stream errors show only in endWrite's result.
 TEST(IosResponse, StreamFailures) {
   std::istringstream config, posted;
@@ -23,7 +18,7 @@ TEST(IosResponse, StreamFailures) {
   wsi::IosHandle on_failed(config, posted, failed);
   EXPECT_FALSE(on_failed.Response().endWrite());
 
-  FailingSync buffer;
+  wsi_test::FailingSync buffer;
   std::ostream unflushable(&buffer);
   wsi::IosHandle on_unflushable(config, posted, unflushable);
   EXPECT_FALSE(on_unflushable.Response().endWrite());
