@@ -47,14 +47,9 @@ std::string inChild(const std::function<std::string()>& body) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? result : "ended the process";
 }
 
-// The state bits of `s` as words: "good", or some of "bad", "fail", "eof" joined by '+'.
+// The state of `s` as a word: "bad", "fail" or "good".
 std::string stateOf(const std::ios& s) {
-  if (s.good()) return "good";
-  std::string words;
-  if (s.bad()) words += "+bad";
-  if (s.fail() && !s.bad()) words += "+fail";
-  if (s.eof()) words += "+eof";
-  return words.substr(1);
+  return s.bad() ? "bad" : s.fail() ? "fail" : "good";
 }
 
 // Puts the mask on `s`; the host's own call throws at once when `s` has already failed.
