@@ -13,9 +13,9 @@
 #include <wsi/qco_handle.hpp>
 #include <wsi/wsi.h>
 #include <wsi/wsi.hpp>
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
-#include "tests/qco_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
+#include "qco_test_util.hpp"
 
 namespace {
 

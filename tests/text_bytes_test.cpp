@@ -10,8 +10,8 @@
 
 #include <wsi/wsi.h>
 #include <wsi/wsi.hpp>
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 
