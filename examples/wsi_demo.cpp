@@ -16,7 +16,6 @@
 #include <string>
 
 #include <wsi/wsi.hpp>
-
 #include "demo_page.hpp"
 
 namespace {

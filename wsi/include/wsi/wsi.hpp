@@ -3,11 +3,11 @@
 #ifndef WSI_WSI_HPP
 #define WSI_WSI_HPP
 
-#include <wsi/wsi.h>
 #include <wsi/context.hpp>
 #include <wsi/http.hpp>
 #include <wsi/interface.hpp>
 #include <wsi/ios_handle.hpp>
 #include <wsi/qco_handle.hpp>
+#include <wsi/wsi.h>
 
 #endif  // WSI_WSI_HPP
