@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <qco/qco.hpp>
-
 #include "tests/qco_test_util.hpp"
 
 namespace fuzz {

@@ -18,7 +18,6 @@
 #include <vector>
 
 #include <wsi/qco_handle.hpp>
-
 #include "connector_pair.hpp"
 #include "fields.hpp"
 #include "fuzz_check.hpp"

@@ -1,8 +1,6 @@
 // Whole exchanges through the C entry points, over the stream and the file back end, compared
 // byte for byte with the expected response text. The cases and their format are described in
 // tests/data/golden/README.md.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -11,8 +9,9 @@
 #include <string>
 #include <vector>
 
-#include <wsi/wsi.hpp>
+#include <gtest/gtest.h>
 
+#include <wsi/wsi.hpp>
 #include "tests/ios_test_util.hpp"
 
 namespace {

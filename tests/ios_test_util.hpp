@@ -1,13 +1,13 @@
 // Helpers shared by the tests of the stream and file back ends: a scratch directory, whole-file
-// reads and writes, and name tables as text.
+// reads and writes, a stream buffer that cannot flush, and name tables as text.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
 #include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -45,6 +45,11 @@ inline std::string readFile(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios_base::binary) << content;
 }
+
+// A stream buffer whose flush always fails.
+struct FailingSync : std::stringbuf {
+  int sync() override { return -1; }
+};
 
 // The entries from `it` to `end` as "name=value;" texts, in the table's own order.
 template <class Iterator>

@@ -2,19 +2,19 @@
 // header block as bytes in their frames, the life of a connection and the log messages; and the
 // stand-in connector's own write timeout, pipes and the absence of SIGPIPE.
 #include <fcntl.h>
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <iterator>
-#include <qco/qco.hpp>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <qco/qco.hpp>
 #include <wsi/qco_handle.hpp>
 #include <wx/log.hpp>
-
 #include "tests/data_table.hpp"
 #include "tests/ios_test_util.hpp"
 #include "tests/qco_test_util.hpp"

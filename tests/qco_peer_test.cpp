@@ -1,10 +1,10 @@
 // wsi_peer driving the example host over the connector: the same request files give the same
 // response text as over the streams back end, and the tool's failures are clear.
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-
 #include <regex>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "tests/data_table.hpp"
 #include "tests/ios_test_util.hpp"

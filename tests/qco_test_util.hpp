@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
 #include <algorithm>
 #include <string>
 #include <utility>

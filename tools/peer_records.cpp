@@ -2,7 +2,6 @@
 #include "peer_records.hpp"
 
 #include <strings.h>
-
 #include <cstdint>
 #include <istream>
 #include <ostream>

@@ -1,7 +1,5 @@
 // The stand-in connector: request and response messages as length-prefixed frames over one
 // byte-stream connection.
-#include <qco/qco.hpp>
-
 #include <errno.h>
 #include <poll.h>
 #include <signal.h>
@@ -9,8 +7,9 @@
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
-
 #include <cstring>
+
+#include <qco/qco.hpp>
 
 namespace qco {
 

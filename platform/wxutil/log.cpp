@@ -1,17 +1,15 @@
 // The utility library's logger: one line a message, appended to a file created on first use.
-#include <wx/log.hpp>
-
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
-
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 
 #include <wx/char_casing.hpp>
+#include <wx/log.hpp>
 
 namespace wx {
 namespace log {

@@ -1,7 +1,5 @@
 // The connector back end: the request read from the connector's record block, the response whose
 // header block goes back as records, and the handle that holds both.
-#include <wsi/qco_handle.hpp>
-
 #include <istream>
 #include <ostream>
 #include <sstream>
@@ -9,9 +7,9 @@
 #include <utility>
 
 #include <qco/qco.hpp>
+#include <wsi/qco_handle.hpp>
 #include <wx/log.hpp>
 #include <wx/url_parser.hpp>
-
 #include "wsi/common/dump.hpp"
 
 namespace wsi {

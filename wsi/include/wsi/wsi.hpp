@@ -4,7 +4,6 @@
 #ifndef WSI_WSI_HPP
 #define WSI_WSI_HPP
 
-#include <wsi/wsi.h>
 #include <wsi/cgi_handle.hpp>
 #include <wsi/context.hpp>
 #include <wsi/cookies.hpp>
@@ -16,5 +15,6 @@
 #include <wsi/multipart.hpp>
 #include <wsi/multipart_form.hpp>
 #include <wsi/qco_handle.hpp>
+#include <wsi/wsi.h>
 
 #endif  // WSI_WSI_HPP

@@ -3,7 +3,6 @@
 #define WX_LOG_HPP
 
 #include <pthread.h>
-
 #include <cstdarg>
 #include <string>
 
