@@ -2,15 +2,14 @@
 // URL-encoded body and a Cookie header, each beside cgicc's parsing of the same bytes and
 // memchr over them (the floor: any parser must at least look at every byte); and the cost of
 // multipart bodies, hostile ones included, as they grow tenfold.
-#include <benchmark/benchmark.h>
-
-#include <cgicc/CgiInput.h>
-#include <cgicc/Cgicc.h>
-
 #include <algorithm>
 #include <cstring>
 #include <map>
 #include <string>
+
+#include <benchmark/benchmark.h>
+#include <cgicc/CgiInput.h>
+#include <cgicc/Cgicc.h>
 
 #include <wsi/cookies.hpp>
 #include <wsi/form_urlencoded.hpp>

@@ -8,7 +8,6 @@
 #include <string>
 
 #include <wsi/cookies.hpp>
-
 #include "fuzz_check.hpp"
 
 namespace {

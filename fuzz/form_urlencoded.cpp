@@ -7,7 +7,6 @@
 #include <string>
 
 #include <wsi/form_urlencoded.hpp>
-
 #include "fuzz_check.hpp"
 
 namespace {

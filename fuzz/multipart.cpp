@@ -9,7 +9,6 @@
 #include <vector>
 
 #include <wsi/multipart.hpp>
-
 #include "fuzz_check.hpp"
 
 namespace {

@@ -1,15 +1,14 @@
 // The Cookie header read both ways: parsed from requests, built for Set-Cookie, and several
 // cookies on one response as the client receives them.
-#include <gtest/gtest.h>
-
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <wsi/cgi_handle.hpp>
 #include <wsi/cookies.hpp>
 #include <wsi/ios_handle.hpp>
-
 #include "data_table.hpp"
 
 namespace {

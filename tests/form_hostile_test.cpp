@@ -1,8 +1,6 @@
 // The form readers over whole requests, their limits, and hostile bodies: each gives one clear
 // error, costs memory bounded by the limits whatever the body, and leaves nothing behind.
-#include <gtest/gtest.h>
 #include <malloc.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -10,11 +8,12 @@
 #include <sstream>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include <wsi/form_urlencoded.hpp>
 #include <wsi/ios_handle.hpp>
 #include <wsi/multipart.hpp>
 #include <wsi/multipart_form.hpp>
-
 #include "ios_test_util.hpp"
 
 // Heap bytes in use and their peak, counted across the library as well (the replaced operator new

@@ -1,10 +1,10 @@
 // The example host's /form page as a program: over the file back end, the connector (through
 // wsi_peer) and CGI, with a committed request and its expected response, a 5 MB upload made
 // here, and the visit cookie.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "ios_test_util.hpp"
 

@@ -1,13 +1,12 @@
 // The URL-encoded and multipart parsers over byte strings: each body whole, in two pieces at
 // every split point and one byte at a time must give the same result.
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <wsi/form_urlencoded.hpp>
 #include <wsi/multipart.hpp>
-
 #include "data_table.hpp"
 
 namespace {

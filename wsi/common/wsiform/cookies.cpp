@@ -1,11 +1,9 @@
-#include <wsi/cookies.hpp>
-
 #include <time.h>
-
 #include <cstdio>
 #include <cstring>
 
 #include <wsi/cgi_handle.hpp>
+#include <wsi/cookies.hpp>
 
 namespace wsi {
 

@@ -1,9 +1,7 @@
-#include <wsi/form_urlencoded.hpp>
-
 #include <cstring>
 
+#include <wsi/form_urlencoded.hpp>
 #include <wx/url_decoder.hpp>
-
 #include "wsi/common/wsiform/header_params.hpp"
 #include "wsi/common/wsiform/request_body.hpp"
 

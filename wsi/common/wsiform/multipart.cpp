@@ -1,12 +1,9 @@
-#include <wsi/multipart.hpp>
-
 #include <string.h>
-
 #include <algorithm>
 #include <cstring>
 
+#include <wsi/multipart.hpp>
 #include <wx/url_decoder.hpp>
-
 #include "wsi/common/wsiform/header_params.hpp"
 
 namespace wsi {

@@ -1,12 +1,10 @@
-#include <wsi/multipart_form.hpp>
-
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
-
 #include <cstring>
 
+#include <wsi/multipart_form.hpp>
 #include "wsi/common/wsiform/header_params.hpp"
 #include "wsi/common/wsiform/request_body.hpp"
 
