@@ -23,7 +23,7 @@ Codec::Codec(const PairLimits& limits, std::uint32_t max_conns)
       header_(),
       content_left_(0),
       padding_left_(0),
-      phase_(kIdle),
+      phase_(kNoRequest),
       request_id_(0),
       keep_connection_(false),
       aborted_(false),
@@ -71,9 +71,9 @@ std::size_t Codec::takeContent(const char* data, std::size_t size) {
   content_left_ -= used;
   if (header_.request_id == 0 || header_.type == kBeginRequest) {
     body_.append(data, used);  // at most one record's content: 65,535 bytes
-  } else if (header_.type == kParams && forCurrent() && phase_ == kParams) {
+  } else if (header_.type == kParams && forCurrent() && phase_ == kInParams) {
     if (!params_.feed(data, used)) fail(params_.error());
-  } else if (header_.type == kStdin && forCurrent() && phase_ == kStdin) {
+  } else if (header_.type == kStdin && forCurrent() && phase_ == kInStdin) {
     stdin_.append(data, used);
   }
   return used;
@@ -98,16 +98,16 @@ bool Codec::recordDone() {
       return true;
     case kParams:
       if (!forCurrent()) return true;
-      if (phase_ != kParams) return fail("parameters after their end");
+      if (phase_ != kInParams) return fail("parameters after their end");
       if (!empty) return true;
       if (!params_.atPairBoundary()) return fail("the parameters end inside a name-value pair");
-      phase_ = kStdin;
+      phase_ = kInStdin;
       return true;
     case kStdin:
       if (!forCurrent()) return true;
-      if (phase_ == kParams) return fail("posted data before the end of the parameters");
-      if (phase_ == kStdinEnded) return fail("posted data after its end");
-      if (empty) phase_ = kStdinEnded;
+      if (phase_ == kInParams) return fail("posted data before the end of the parameters");
+      if (phase_ == kStdinDone) return fail("posted data after its end");
+      if (empty) phase_ = kStdinDone;
       return true;
     default:
       // Records for requests that are not under way, and types that a responder does not take
@@ -121,7 +121,7 @@ bool Codec::beginRequest() {
     return fail("a begin-request record of " + std::to_string(body_.size()) + " bytes");
   const unsigned char* body = reinterpret_cast<const unsigned char*>(body_.data());
   const unsigned role = (static_cast<unsigned>(body[0]) << 8) | body[1];
-  if (phase_ != kIdle) {
+  if (phase_ != kNoRequest) {
     appendEndRequest(replies_, header_.request_id, 0, kCantMpxConn);
     return true;
   }
@@ -129,7 +129,7 @@ bool Codec::beginRequest() {
     appendEndRequest(replies_, header_.request_id, 0, kUnknownRole);
     return true;
   }
-  phase_ = kParams;
+  phase_ = kInParams;
   request_id_ = header_.request_id;
   keep_connection_ = (body[2] & kFlagKeepConn) != 0;
   aborted_ = false;
@@ -156,7 +156,7 @@ void Codec::getValues() {
 }
 
 void Codec::endRequest() {
-  phase_ = kIdle;
+  phase_ = kNoRequest;
   keep_connection_ = false;
   aborted_ = false;
   params_.reset();

@@ -28,16 +28,16 @@ class Codec {
   bool failed() const { return !error_.empty(); }
   const std::string& error() const { return error_; }
   // No request is under way and no record is partly received: the connection is idle.
-  bool idle() const { return phase_ == kIdle && !inRecord(); }
+  bool idle() const { return phase_ == kNoRequest && !inRecord(); }
   // The current request's parameters are complete: it can be served.
-  bool requestReady() const { return phase_ == kStdin || phase_ == kStdinEnded; }
+  bool requestReady() const { return phase_ == kInStdin || phase_ == kStdinDone; }
   std::uint16_t requestId() const { return request_id_; }
   // The web server asked to keep the connection open after this request.
   bool keepConnection() const { return keep_connection_; }
   // The web server aborted the current request.
   bool aborted() const { return aborted_; }
   // The empty stdin record arrived: all posted data of the request is in.
-  bool stdinEnded() const { return phase_ == kStdinEnded; }
+  bool stdinEnded() const { return phase_ == kStdinDone; }
   // The current request's parameters, in the order they came.
   const Pairs& params() const { return params_.pairs(); }
   // Posted data received and not yet taken; the caller takes it by swapping or clearing.
@@ -49,7 +49,7 @@ class Codec {
   void endRequest();
 
  private:
-  enum Phase { kIdle, kParams, kStdin, kStdinEnded };
+  enum Phase { kNoRequest, kInParams, kInStdin, kStdinDone };
 
   bool inRecord() const { return header_bytes_ > 0 || content_left_ > 0 || padding_left_ > 0; }
   bool fail(const std::string& why);
@@ -61,7 +61,7 @@ class Codec {
   bool recordDone();
   bool beginRequest();
   void getValues();
-  bool forCurrent() const { return phase_ != kIdle && header_.request_id == request_id_; }
+  bool forCurrent() const { return phase_ != kNoRequest && header_.request_id == request_id_; }
 
   PairLimits limits_;
   std::uint32_t max_conns_;

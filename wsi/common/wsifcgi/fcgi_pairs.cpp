@@ -4,7 +4,9 @@
 namespace wsi {
 namespace fcgi {
 
-PairDecoder::PairDecoder(const PairLimits& limits) : limits_(limits) { reset(); }
+PairDecoder::PairDecoder(const PairLimits& limits) : limits_(limits) {
+  reset();
+}
 
 void PairDecoder::reset() {
   state_ = kNameLength;

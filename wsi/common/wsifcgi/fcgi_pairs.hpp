@@ -13,7 +13,7 @@
 namespace wsi {
 namespace fcgi {
 
-typedef std::vector<std::pair<std::string, std::string> > Pairs;
+typedef std::vector<std::pair<std::string, std::string>> Pairs;
 
 // Bounds on what one stream of pairs may hold. Every sum is checked in 32 bits.
 struct PairLimits {
@@ -34,7 +34,7 @@ class PairDecoder {
   bool atPairBoundary() const { return state_ == kNameLength && length_bytes_ == 0; }
   bool failed() const { return !error_.empty(); }
   const std::string& error() const { return error_; }
-  Pairs& pairs() { return pairs_; }
+  const Pairs& pairs() const { return pairs_; }
   // Forgets everything, for the next stream.
   void reset();
 
@@ -57,8 +57,8 @@ class PairDecoder {
   unsigned length_bytes_;      // bytes of the current length field received
   std::uint32_t name_length_;  // of the pair being read
   std::uint32_t value_length_;
-  std::uint32_t remaining_;    // bytes of the current name or value still to come
-  std::uint32_t total_;        // bytes of names and values announced so far
+  std::uint32_t remaining_;  // bytes of the current name or value still to come
+  std::uint32_t total_;      // bytes of names and values announced so far
   Pairs pairs_;
   std::string error_;
 };

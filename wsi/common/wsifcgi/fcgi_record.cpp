@@ -29,19 +29,25 @@ RecordHeader parseHeader(const unsigned char* bytes) {
   return header;
 }
 
+void encodeHeader(char* out, unsigned type, std::uint16_t request_id, std::size_t content_length,
+                  std::size_t padding_length) {
+  out[0] = static_cast<char>(kVersion);
+  out[1] = static_cast<char>(type);
+  out[2] = static_cast<char>(request_id >> 8);
+  out[3] = static_cast<char>(request_id & 0xFF);
+  out[4] = static_cast<char>(content_length >> 8);
+  out[5] = static_cast<char>(content_length & 0xFF);
+  out[6] = static_cast<char>(padding_length);
+  out[7] = 0;
+}
+
 void appendRecord(std::string& out, unsigned type, std::uint16_t request_id, const char* data,
                   std::size_t size) {
   const std::size_t padding = (8 - size % 8) % 8;
-  const char header[kHeaderSize] = {static_cast<char>(kVersion),
-                                    static_cast<char>(type),
-                                    static_cast<char>(request_id >> 8),
-                                    static_cast<char>(request_id & 0xFF),
-                                    static_cast<char>(size >> 8),
-                                    static_cast<char>(size & 0xFF),
-                                    static_cast<char>(padding),
-                                    0};
+  char header[kHeaderSize];
+  encodeHeader(header, type, request_id, size, padding);
   out.append(header, kHeaderSize);
-  out.append(data, size);
+  if (size > 0) out.append(data, size);
   out.append(padding, '\0');
 }
 

@@ -48,6 +48,11 @@ struct RecordHeader {
 // Reads the 8 header bytes at `bytes` (the caller has them all).
 RecordHeader parseHeader(const unsigned char* bytes);
 
+// Writes the 8 header bytes of a record with `content_length` content and `padding_length`
+// padding bytes to `out`.
+void encodeHeader(char* out, unsigned type, std::uint16_t request_id, std::size_t content_length,
+                  std::size_t padding_length);
+
 // Appends one record of `type` for `request_id` with the `size` bytes at `data` (at most
 // kMaxContent), padded with zero bytes to a multiple of 8 as the protocol recommends.
 void appendRecord(std::string& out, unsigned type, std::uint16_t request_id, const char* data,
