@@ -157,9 +157,14 @@ class WSI_API CgiResponse : public Response {
     virtual std::streamsize xsputn(const char* s, std::streamsize n);
   };
 
-  WSI_LOCAL bool _acceptable(const char* what, const std::string& name,
-                             const std::string& value) const;
+  // Whether `text` (what it is: "content type", "content encoding") is free of CR, LF and NUL;
+  // logs the refusal otherwise.
+  WSI_LOCAL bool _acceptableText(const char* what, const std::string& text) const;
+  // Whether a header may be stored; logs the refusal otherwise.
+  WSI_LOCAL bool _acceptableHeader(const std::string& name, const std::string& value) const;
   WSI_LOCAL void _sendHeadersOnce();
+  // Ends the response: the header block if not yet sent, the last flush, the back end's end
+  // step. Returns whether all of it succeeded and the client is still there.
   WSI_LOCAL bool _end();
 
   std::ostream* output_;
@@ -194,6 +199,10 @@ class WSI_API CgiBodyBuf : public std::streambuf {
   virtual std::streamsize xsgetn(char* s, std::streamsize n);
 
  private:
+  // Reads at most `n` of the bytes still due from the source into `s`; 0 at their end, or when
+  // the source ended or failed before it (the data is short then).
+  WSI_LOCAL std::streamsize _readSource(char* s, std::streamsize n);
+
   std::streambuf* source_;
   std::uint64_t remaining_;
   bool short_;
