@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace wsi_it {
@@ -15,12 +16,8 @@ std::string configuration(const std::string& name,
   const std::string path = std::string(WSI_IT_CONF) + "/" + name;
   std::string text = wsi_test::readFile(path);
   if (text.empty()) throw std::runtime_error("cannot read the configuration template " + path);
-  for (const auto& kv : values) {
-    const std::string key = "@" + kv.first + "@";
-    for (std::size_t at = text.find(key); at != std::string::npos;
-         at = text.find(key, at + kv.second.size()))
-      text.replace(at, key.size(), kv.second);
-  }
+  for (const auto& kv : values)
+    text = replaced(text, "@" + kv.first + "@", kv.second);
   return text;
 }
 
@@ -37,6 +34,13 @@ std::string serverBinary(Frontend setup) {
 }
 
 }  // namespace
+
+std::string replaced(std::string text, const std::string& key, const std::string& value) {
+  for (std::size_t at = text.find(key); at != std::string::npos;
+       at = text.find(key, at + value.size()))
+    text.replace(at, key.size(), value);
+  return text;
+}
 
 std::string nameOf(Frontend setup) {
   switch (setup) {
@@ -78,8 +82,11 @@ void WebServer::startServer(Frontend setup, int hosts) {
   for (int i = 0; i < hosts; ++i)
     servers += "server unix:" + hostSocket(i) + ";\n    ";
   port_ = freeLoopbackPort();
-  const std::vector<std::pair<std::string, std::string>> values = {
-      {"DIR", dir_path_}, {"PORT", std::to_string(port_)}, {"DEMO", WSI_DEMO}, {"HOSTS", servers}};
+  const std::vector<std::pair<std::string, std::string>> values = {{"DIR", dir_path_},
+                                                                   {"PORT", std::to_string(port_)},
+                                                                   {"DEMO", WSI_DEMO},
+                                                                   {"HOSTS", servers},
+                                                                   {"SOCKET", hostSocket(0)}};
   const std::string conf = dir_ / "server.conf";
   std::vector<std::string> argv = {serverBinary(setup)};
   switch (setup) {
@@ -127,7 +134,9 @@ std::string WebServer::hostErrors() const {
 
 Response fetch(int port, const std::string& path, const std::vector<std::string>& args,
                const std::string& dir) {
-  std::vector<std::string> argv = {"curl", "-sS", "--max-time", "30", "-D", "-"};
+  std::vector<std::string> argv = {"curl", "-sS", "--max-time", "30"};
+  // -I (HEAD) writes the header block to the output itself.
+  if (std::find(args.begin(), args.end(), "-I") == args.end()) argv.insert(argv.end(), {"-D", "-"});
   argv.insert(argv.end(), args.begin(), args.end());
   argv.push_back("http://127.0.0.1:" + std::to_string(port) + path);
   RunResult run = runProgram(argv, dir);

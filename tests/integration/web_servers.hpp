@@ -22,6 +22,9 @@ enum class Frontend {
   apache,            // Apache's mod_proxy_fcgi, FastCGI over a Unix socket to a host started here
 };
 
+// `text` with every `key` replaced by `value` (replacements are not searched again).
+std::string replaced(std::string text, const std::string& key, const std::string& value);
+
 // The name of `setup` as test names show it.
 std::string nameOf(Frontend setup);
 // How GoogleTest prints a set-up in a test's parameter.

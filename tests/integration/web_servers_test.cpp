@@ -19,6 +19,7 @@ namespace {
 
 using wsi_it::fetch;
 using wsi_it::Frontend;
+using wsi_it::replaced;
 using wsi_it::Response;
 using wsi_it::WebServer;
 
@@ -80,12 +81,6 @@ std::vector<std::string> split(const std::string& text, char separator) {
   for (std::string part; std::getline(in, part, separator);)
     parts.push_back(part);
   return parts;
-}
-
-std::string replaced(std::string text, const std::string& key, const std::string& value) {
-  for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at))
-    text.replace(at, key.size(), value);
-  return text;
 }
 
 // Whether the header block holds `line` (name compared without regard to case).
@@ -279,14 +274,16 @@ std::string configFromCurl(const std::string& trace) {
 }
 
 // One request through nginx and the same request through the stream back end: the same query
-// arguments, the same headers (by name, whatever its case) and the same posted data.
+// arguments, the same headers (by name, whatever its case) and the same posted data. The Host
+// header has no port: Debian's fastcgi_params passes nginx's $host, which drops it.
 TEST(Nginx, SameRequestAsOverTheStreamBackEnd) {
   WebServer& web = Servers::get(Frontend::nginx);
   const std::string posted = dataDir() + "/100k.dat";
-  const Response r = fetch(web.port(), "/compare/me?a=1&b=two%20words&c=%C3%A9",
-                           {"-v", "-H", "X-Request-Id: cmp-7", "-H", "Cookie: k=v; n=m", "-H",
-                            "content-type: text/plain", "--data-binary", "@" + posted},
-                           web.dir());
+  const Response r =
+      fetch(web.port(), "/compare/me?a=1&b=two%20words&c=%C3%A9",
+            {"-v", "-H", "Host: wsi.example", "-H", "X-Request-Id: cmp-7", "-H", "Cookie: k=v; n=m",
+             "-H", "content-type: text/plain", "--data-binary", "@" + posted},
+            web.dir());
   ASSERT_EQ(r.status, 200) << r.error << web.logs();
   const std::string config = web.dir() + "/compare.cfg";
   wsi_test::writeFile(config, configFromCurl(r.error));
@@ -302,7 +299,8 @@ TEST(Nginx, SameRequestAsOverTheStreamBackEnd) {
       << r.body.substr(0, 1500) << "\nover streams:\n"
       << page.substr(0, 1500);
   EXPECT_TRUE(section(r.body, "Posted data") == section(page, "Posted data"));
-  EXPECT_EQ(section(page, "Posted data")[0].size(), 100000u);
+  // The page ends the posted data with a line end of its own when it has none.
+  EXPECT_EQ(section(page, "Posted data")[0], wsi_test::readFile(posted) + "\n");
 }
 
 }  // namespace
