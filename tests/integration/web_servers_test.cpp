@@ -303,4 +303,16 @@ TEST(Nginx, SameRequestAsOverTheStreamBackEnd) {
   EXPECT_EQ(section(page, "Posted data")[0], wsi_test::readFile(posted) + "\n");
 }
 
+// The serving documentation shows the configurations these tests run, as they are.
+TEST(ServingDoc, ShowsTheTestedConfigurations) {
+  const std::string doc = wsi_test::readFile(WSI_SERVING_DOC);
+  ASSERT_FALSE(doc.empty()) << WSI_SERVING_DOC;
+  for (const char* name :
+       {"nginx.conf", "lighttpd-fastcgi.conf", "lighttpd-cgi.conf", "apache.conf"}) {
+    const std::string conf = wsi_test::readFile(std::string(WSI_IT_CONF) + "/" + name);
+    ASSERT_FALSE(conf.empty()) << name;
+    EXPECT_NE(doc.find(conf), std::string::npos) << "docs/serving.md does not show " << name;
+  }
+}
+
 }  // namespace
