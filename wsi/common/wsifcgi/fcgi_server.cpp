@@ -47,7 +47,7 @@ class Lock {
 
 }  // namespace
 
-struct FcgiServer::State {
+struct WSI_LOCAL FcgiServer::State {
   typedef std::map<std::uint64_t, std::unique_ptr<fcgi::Connection>> Connections;
 
   explicit State(const FcgiOptions& opts);
