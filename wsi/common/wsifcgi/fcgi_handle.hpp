@@ -26,7 +26,6 @@ class FcgiRequest : public CgiRequest {
 
  private:
   fcgi::StdinBuf& stdin_buf_;
-  std::uint64_t drain_limit_;
 };
 
 // A response sent as stdout records. Its end drops unread posted data, then sends what is buffered
