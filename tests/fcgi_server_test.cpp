@@ -15,6 +15,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 #include <wsi/fcgi_server.hpp>
 #include <wx/log.hpp>
 
@@ -130,6 +131,37 @@ TEST_F(FcgiServerTest, OneThreadServesTwoConnectionsTakingTurns) {
   a.send(get(2));
   EXPECT_EQ(a.read().end_status, 0);
   host.join();
+}
+
+TEST_F(FcgiServerTest, ThreadsShareConnectionsUntilStopped) {
+  wsi::FcgiServer server(address(), options_);
+  std::vector<std::thread> hosts;
+  std::atomic<int> served_count(0);
+  for (int i = 0; i < 3; ++i)
+    hosts.emplace_back([&] {
+      Served served;
+      while (serveOne(server, served))
+        ++served_count;
+    });
+  std::vector<std::thread> clients;
+  std::atomic<int> answered(0);
+  for (int c = 0; c < 8; ++c)
+    clients.emplace_back([&, c] {
+      Client client(path());
+      for (int r = 1; r <= 5; ++r) {
+        const std::string body(static_cast<std::size_t>(c * 1000 + r), 'b');
+        client.send(post(r, body, std::to_string(body.size())));
+        if (client.read().stdout_text == kHeaderBlock + "got " + std::to_string(body.size()))
+          ++answered;
+      }
+    });
+  for (std::thread& t : clients)
+    t.join();
+  server.stop();
+  for (std::thread& t : hosts)
+    t.join();
+  EXPECT_EQ(answered, 40);
+  EXPECT_EQ(served_count, 40);
 }
 
 TEST_F(FcgiServerTest, PostedDataThatDoesNotMatchItsLengthFailsTheRead) {
