@@ -38,6 +38,10 @@ class FcgiResponse : public CgiResponse {
   // Ends a response that was not ended, with the FastCGI end step.
   virtual ~FcgiResponse();
 
+  // End the response with its last bytes and the end-request record in one send.
+  virtual bool endWrite();
+  virtual void close();
+
  protected:
   virtual bool _endResponse(bool complete);
 
