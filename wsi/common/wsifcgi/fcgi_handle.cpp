@@ -26,6 +26,16 @@ FcgiResponse::~FcgiResponse() {
   close();
 }
 
+bool FcgiResponse::endWrite() {
+  stdout_buf_.holdFlushes();
+  return CgiResponse::endWrite();
+}
+
+void FcgiResponse::close() {
+  stdout_buf_.holdFlushes();
+  CgiResponse::close();
+}
+
 bool FcgiResponse::_endResponse(bool complete) {
   const unsigned id = connection_.codec().requestId();
   if (complete) stdin_buf_.drain(stdin_buf_.drainLimit());

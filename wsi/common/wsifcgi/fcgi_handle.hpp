@@ -26,7 +26,6 @@ class FcgiRequest : public CgiRequest {
 
  private:
   fcgi::StdinBuf& stdin_buf_;
-  std::uint64_t drain_limit_;
 };
 
 // A response sent as stdout records. Its end drops unread posted data, then sends what is buffered
@@ -38,6 +37,10 @@ class FcgiResponse : public CgiResponse {
                fcgi::StdinBuf& stdinBuf, fcgi::StdoutBuf& stdoutBuf);
   // Ends a response that was not ended, with the FastCGI end step.
   virtual ~FcgiResponse();
+
+  // End the response with its last bytes and the end-request record in one send.
+  virtual bool endWrite();
+  virtual void close();
 
  protected:
   virtual bool _endResponse(bool complete);

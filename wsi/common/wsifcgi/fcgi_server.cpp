@@ -47,7 +47,7 @@ class Lock {
 
 }  // namespace
 
-struct FcgiServer::State {
+struct WSI_LOCAL FcgiServer::State {
   typedef std::map<std::uint64_t, std::unique_ptr<fcgi::Connection>> Connections;
 
   explicit State(const FcgiOptions& opts);
@@ -280,7 +280,12 @@ Handle* FcgiServer::accept() {
         !connection->codec().aborted()) {
       connection->started_ms = 0;
       try {
-        return new FcgiHandle(*connection);
+        Handle* handle = new FcgiHandle(*connection);
+        if (s.plog && s.plog->admits<7>())
+          s.plog->Log<7>(fcgi::kLogSource, __LINE__, "wsi::FcgiServer::accept",
+                         "FastCGI request %u on connection %d.",
+                         static_cast<unsigned>(connection->codec().requestId()), connection->fd());
+        return handle;
       } catch (const std::exception& e) {
         s.logFailure(__LINE__, "FastCGI request not served: %s", e.what());
         connection->markBroken();

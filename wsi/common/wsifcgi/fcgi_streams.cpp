@@ -61,7 +61,7 @@ bool StdinBuf::drain(std::uint64_t limit) {
 }
 
 StdoutBuf::StdoutBuf(Connection& connection, std::uint16_t request_id)
-    : connection_(connection), request_id_(request_id) {
+    : connection_(connection), request_id_(request_id), hold_(false) {
   setp(buffer_ + kHeaderSize, buffer_ + kHeaderSize + kContent);
 }
 

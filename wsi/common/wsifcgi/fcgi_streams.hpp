@@ -55,6 +55,9 @@ class StdoutBuf : public std::streambuf {
 
   // Sends what is buffered and the end-request record, in one piece. Returns whether both went.
   bool finish();
+  // From now on a flush keeps the buffered bytes for finish(), so that the end of a response
+  // goes in one send.
+  void holdFlushes() { hold_ = true; }
 
  protected:
   virtual int_type overflow(int_type c);
@@ -69,6 +72,7 @@ class StdoutBuf : public std::streambuf {
 
   Connection& connection_;
   std::uint16_t request_id_;
+  bool hold_;
   // A record header, kContent bytes, then room for padding and the end-request record.
   char buffer_[kHeaderSize + kContent + 8 + 16];
 };
