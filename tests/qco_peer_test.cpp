@@ -39,7 +39,7 @@ TEST_F(QcoPeerTest, SameResponseTextOverStreamsAndOverTheConnector) {
   wsi_test::writeFile(dir_ / "big.dat", big);
   const std::string posted[][2] = {{"form-post", kData + "form-post/posted.dat"},
                                    {"get-query", ""},
-                                   {"large-put", dir_ / "big.dat"},
+                                   {"large-post", dir_ / "big.dat"},
                                    {"odd-method", ""}};
   std::string expected, requests;
   for (const auto& c : posted) {
