@@ -1,7 +1,6 @@
 // wsi_demo --cgi as a web server runs it: an environment, standard input and output, and the
 // message on standard error when a response cannot be completed.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <sstream>
 #include <string>
@@ -11,28 +10,24 @@
 
 namespace {
 
-std::string shellQuoted(const std::string& s) {
-  return "'" + s + "'";
-}
-
 class CgiDemoTest : public ::testing::Test {
  protected:
   // Runs wsi_demo --cgi with only the "NAME=value" lines of `environment` and `input` on standard
-  // input, and `redirects` for its standard output; its exit status, with its output and errors
-  // in out_ and err_.
-  int run(const std::string& environment, const std::string& input,
-          const std::string& redirects = "") {
+  // input (and standard output closed when `closedOutput`); its exit status, with its output and
+  // errors in out_ and err_.
+  int run(const std::string& environment, const std::string& input, bool closedOutput = false) {
     wsi_test::writeFile(dir_ / "in", input);
     std::string command = "env -i";
     std::istringstream lines(environment);
     for (std::string line; std::getline(lines, line);)
-      command += " " + shellQuoted(line);
-    command += " " + shellQuoted(WSI_DEMO) + " --cgi <" + shellQuoted(dir_ / "in") + " >" +
-               shellQuoted(dir_ / "out") + " 2>" + shellQuoted(dir_ / "err") + redirects;
-    const int status = std::system(command.c_str());
+      command += " " + wsi_test::shellQuoted(line);
+    if (closedOutput) command += " /bin/sh -c 'exec \"$0\" --cgi >&-'";
+    command += " " + wsi_test::shellQuoted(WSI_DEMO) + (closedOutput ? "" : " --cgi") + " <" +
+               wsi_test::shellQuoted(dir_ / "in");
+    const int status = wsi_test::runShell(command, dir_ / "out", dir_ / "err");
     out_ = wsi_test::readFile(dir_ / "out");
     err_ = wsi_test::readFile(dir_ / "err");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return status;
   }
   wsi_test::TempDir dir_;
   std::string out_, err_;
@@ -70,7 +65,7 @@ TEST_F(CgiDemoTest, TenMegabyteResponse) {
 }
 
 TEST_F(CgiDemoTest, ReportsAResponseThatCannotBeCompleted) {
-  EXPECT_EQ(1, run("REQUEST_METHOD=GET\nREQUEST_URI=/bytes?n=100", "", " >&-"));
+  EXPECT_EQ(1, run("REQUEST_METHOD=GET\nREQUEST_URI=/bytes?n=100", "", true));
   EXPECT_EQ("wsi_demo: response not completed\n", err_);
 }
 
