@@ -21,16 +21,37 @@ std::string configuration(const std::string& name,
   return text;
 }
 
-// The server program of `setup`.
-std::string serverBinary(Frontend setup) {
-  switch (setup) {
-    case Frontend::nginx:
-      return "/usr/sbin/nginx";
-    case Frontend::apache:
-      return "/usr/sbin/apache2";
-    default:
-      return "/usr/sbin/lighttpd";
-  }
+// How one set-up is started: its name, the server program, its configuration template, the
+// error log it writes in its directory, and its arguments after the program ("@CONF@" stands for
+// the configuration file, "@DIR@" for the directory).
+struct Recipe {
+  const char* name;
+  const char* program;
+  const char* conf;
+  const char* error_log;
+  std::vector<std::string> args;
+};
+
+const Recipe& recipeOf(Frontend setup) {
+  static const Recipe recipes[] = {
+      {"nginx",
+       "/usr/sbin/nginx",
+       "nginx.conf",
+       "nginx-error.log",
+       {"-p", "@DIR@/", "-c", "@CONF@"}},
+      {"lighttpd_fastcgi",
+       "/usr/sbin/lighttpd",
+       "lighttpd-fastcgi.conf",
+       "lighttpd-error.log",
+       {"-D", "-f", "@CONF@"}},
+      {"lighttpd_cgi",
+       "/usr/sbin/lighttpd",
+       "lighttpd-cgi.conf",
+       "lighttpd-error.log",
+       {"-D", "-f", "@CONF@"}},
+      {"apache", "/usr/sbin/apache2", "apache.conf", "apache-error.log", {"-X", "-f", "@CONF@"}},
+  };
+  return recipes[static_cast<int>(setup)];
 }
 
 }  // namespace
@@ -43,16 +64,7 @@ std::string replaced(std::string text, const std::string& key, const std::string
 }
 
 std::string nameOf(Frontend setup) {
-  switch (setup) {
-    case Frontend::nginx:
-      return "nginx";
-    case Frontend::lighttpd_fastcgi:
-      return "lighttpd_fastcgi";
-    case Frontend::lighttpd_cgi:
-      return "lighttpd_cgi";
-    default:
-      return "apache";
-  }
+  return recipeOf(setup).name;
 }
 
 WebServer::WebServer(Frontend setup, int threads, int hosts) : dir_path_(dir_ / "") {
@@ -88,31 +100,16 @@ void WebServer::startServer(Frontend setup, int hosts) {
                                                                    {"HOSTS", servers},
                                                                    {"SOCKET", hostSocket(0)}};
   const std::string conf = dir_ / "server.conf";
-  std::vector<std::string> argv = {serverBinary(setup)};
-  switch (setup) {
-    case Frontend::nginx:
-      wsi_test::writeFile(conf, configuration("nginx.conf", values));
-      server_log_ = dir_ / "nginx-error.log";
-      argv.insert(argv.end(), {"-p", dir_path_ + "/", "-c", conf});
-      break;
-    case Frontend::apache:
-      wsi_test::writeFile(conf, configuration("apache.conf", values));
-      server_log_ = dir_ / "apache-error.log";
-      argv.insert(argv.end(), {"-X", "-f", conf});
-      break;
-    case Frontend::lighttpd_cgi:
-      wsi_test::writeFile(dir_ / "demo.cgi", "#!/bin/sh\nexec '" WSI_DEMO "' --cgi\n");
-      chmod((dir_ / "demo.cgi").c_str(), 0755);
-      wsi_test::writeFile(conf, configuration("lighttpd-cgi.conf", values));
-      server_log_ = dir_ / "lighttpd-error.log";
-      argv.insert(argv.end(), {"-D", "-f", conf});
-      break;
-    case Frontend::lighttpd_fastcgi:
-      wsi_test::writeFile(conf, configuration("lighttpd-fastcgi.conf", values));
-      server_log_ = dir_ / "lighttpd-error.log";
-      argv.insert(argv.end(), {"-D", "-f", conf});
-      break;
+  const Recipe& recipe = recipeOf(setup);
+  if (setup == Frontend::lighttpd_cgi) {
+    wsi_test::writeFile(dir_ / "demo.cgi", "#!/bin/sh\nexec '" WSI_DEMO "' --cgi\n");
+    chmod((dir_ / "demo.cgi").c_str(), 0755);
   }
+  wsi_test::writeFile(conf, configuration(recipe.conf, values));
+  server_log_ = dir_ / recipe.error_log;
+  std::vector<std::string> argv = {recipe.program};
+  for (const std::string& arg : recipe.args)
+    argv.push_back(replaced(replaced(arg, "@CONF@", conf), "@DIR@", dir_path_));
   server_.reset(new ServerProcess(argv, dir_path_, dir_ / "server.out"));
   if (!waitForTcp(port_, kStartLimit, server_.get()))
     throw std::runtime_error(nameOf(setup) + " does not listen on port " + std::to_string(port_) +

@@ -14,7 +14,7 @@
 
 namespace wsi_it {
 
-// How the example host is served.
+// How the example host is served (in the order of the recipes in web_servers.cpp).
 enum class Frontend {
   nginx,             // nginx, FastCGI over Unix sockets to hosts started here
   lighttpd_fastcgi,  // lighttpd, starting the host itself on descriptor 0
