@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=${WSI_TSAN_BUILD_DIR:-build-ci-tsan}
-tests=(threads_test log_test log_setup_test)
+tests=(threads_test log_test log_setup_test fcgi_server_test)
 
 cmake -S "$root" -B "$build" \
   -DCMAKE_BUILD_TYPE=Debug \

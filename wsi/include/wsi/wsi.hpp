@@ -7,6 +7,7 @@
 #include <wsi/cgi_handle.hpp>
 #include <wsi/context.hpp>
 #include <wsi/cookies.hpp>
+#include <wsi/fcgi_server.hpp>
 #include <wsi/form_types.hpp>
 #include <wsi/form_urlencoded.hpp>
 #include <wsi/http.hpp>
