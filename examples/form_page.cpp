@@ -118,12 +118,17 @@ bool answerForm(wsi::Request& request, wsi::Response& response) {
   response.setHttpStatus(statusOf(status));
   response.setHttpHeader("Content-Type", "text/html; charset=utf-8");
   response.setHttpHeader("Cache-Control", "no-store");
+  // Two cookies, so that every back end shows how several Set-Cookie headers reach the client.
   wsi::ResponseCookies cookies(response);
   std::string error;
   cookies.add(wsi::SetCookie(kCookie, std::to_string(visits))
                   .path("/")
                   .maxAge(365L * 24 * 3600)
                   .httpOnly()
+                  .sameSite(wsi::same_site_lax),
+              error);
+  cookies.add(wsi::SetCookie("wsi_last", request.Method() == wsi::Http::Post ? "POST" : "GET")
+                  .path("/form")
                   .sameSite(wsi::same_site_lax),
               error);
   response.setContentLength(page.size());

@@ -13,7 +13,8 @@ namespace demo {
 // - POST with multipart/form-data or application/x-www-form-urlencoded: a line
 //   "field NAME = VALUE" for each field and "file FIELD: FILENAME, N bytes" for each file;
 //   a form that cannot be read gets 400, 413, 415 or 500 with the reason.
-// Every answer counts the visit in the cookie "wsi_visits" and shows the count ("Visits: N").
+// Every answer counts the visit in the cookie "wsi_visits" and shows the count ("Visits: N"),
+// and sets the cookie "wsi_last" to the method of the visit (POST, or GET for GET and HEAD).
 // Returns what the response's endWrite() returns.
 bool answerForm(wsi::Request& request, wsi::Response& response);
 

@@ -45,7 +45,10 @@ TEST(FormPage, PostOverFilesConnectorAndCgi) {
           quoted(dir / "cgi.txt")));
   const std::string cgi = wsi_test::readFile(dir / "cgi.txt");
   EXPECT_EQ(cgi.substr(0, 16), "Status: 200 OK\r\n");
-  EXPECT_NE(cgi.find("\r\nSet-Cookie: wsi_visits=5; "), std::string::npos) << cgi;
+  EXPECT_NE(cgi.find("\r\nSet-Cookie: wsi_visits=5; Max-Age=31536000; Path=/; HttpOnly; "
+                     "SameSite=Lax\r\nSet-Cookie: wsi_last=POST; Path=/form; SameSite=Lax\r\n"),
+            std::string::npos)
+      << cgi;
   EXPECT_EQ(cgi.substr(cgi.find("\r\n\r\n") + 4), expected.substr(expected.find("\n\n") + 2));
 }
 
