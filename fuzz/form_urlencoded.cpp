@@ -8,6 +8,7 @@
 
 #include <wsi/form_urlencoded.hpp>
 #include "fuzz_check.hpp"
+#include "pieces.hpp"
 
 namespace {
 
@@ -20,20 +21,6 @@ struct Outcome {
   }
 };
 
-// Parses `body` fed in pieces of the sizes `step` gives for each offset.
-template <class Step>
-Outcome parse(const std::string& body, const wsi::UrlencodedLimits& limits, Step step) {
-  wsi::UrlencodedParser parser(limits);
-  for (std::size_t at = 0; at < body.size();) {
-    std::size_t size = step(at);
-    if (size > body.size() - at) size = body.size() - at;
-    parser.feed(body.data() + at, size);
-    at += size;
-  }
-  parser.finish();
-  return Outcome{parser.pairs(), parser.status(), parser.error()};
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -42,13 +29,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   limits.max_body = 768;
   limits.max_pairs = 24;
   limits.max_item = 48;
-  const Outcome whole = parse(body, limits, [&](std::size_t) { return body.size(); });
-  const Outcome bytes = parse(body, limits, [](std::size_t) { return std::size_t(1); });
-  const Outcome pieces = parse(body, limits, [&](std::size_t at) {
-    return static_cast<std::size_t>(static_cast<unsigned char>(body[at]) % 7 + 1);
+  const Outcome whole = fuzz::sameInAnyPieces<Outcome>(body, [&](const fuzz::PieceSize& size_at) {
+    wsi::UrlencodedParser parser(limits);
+    fuzz::feedInPieces(parser, body, size_at);
+    parser.finish();
+    return Outcome{parser.pairs(), parser.status(), parser.error()};
   });
-  FUZZ_CHECK(whole == bytes);
-  FUZZ_CHECK(whole == pieces);
   FUZZ_CHECK((whole.status == wsi::form_ok) == whole.error.empty());
   FUZZ_CHECK(whole.pairs.size() <= limits.max_pairs);
   std::size_t separators = 0;

@@ -10,6 +10,7 @@
 
 #include <wsi/multipart.hpp>
 #include "fuzz_check.hpp"
+#include "pieces.hpp"
 
 namespace {
 
@@ -52,21 +53,6 @@ struct Outcome {
   }
 };
 
-template <class Step>
-Outcome parse(const std::string& body, const wsi::MultipartLimits& limits, Step step) {
-  Recorder recorder;
-  wsi::MultipartParser parser(kBoundary, recorder, limits);
-  for (std::size_t at = 0; at < body.size();) {
-    std::size_t size = step(at);
-    if (size > body.size() - at) size = body.size() - at;
-    parser.feed(body.data() + at, size);
-    at += size;
-  }
-  parser.finish();
-  if (parser.status() == wsi::form_ok) FUZZ_CHECK(recorder.open == 0);
-  return Outcome{recorder.events, parser.status(), parser.error(), parser.partCount()};
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -75,13 +61,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   limits.max_parts = 8;
   limits.max_header_bytes = 256;
   limits.max_body = 3000;
-  const Outcome whole = parse(body, limits, [&](std::size_t) { return body.size(); });
-  const Outcome bytes = parse(body, limits, [](std::size_t) { return std::size_t(1); });
-  const Outcome pieces = parse(body, limits, [&](std::size_t at) {
-    return static_cast<std::size_t>(static_cast<unsigned char>(body[at]) % 11 + 1);
+  const Outcome whole = fuzz::sameInAnyPieces<Outcome>(body, [&](const fuzz::PieceSize& size_at) {
+    Recorder recorder;
+    wsi::MultipartParser parser(kBoundary, recorder, limits);
+    fuzz::feedInPieces(parser, body, size_at);
+    parser.finish();
+    if (parser.status() == wsi::form_ok) FUZZ_CHECK(recorder.open == 0);
+    return Outcome{recorder.events, parser.status(), parser.error(), parser.partCount()};
   });
-  FUZZ_CHECK(whole == bytes);
-  FUZZ_CHECK(whole == pieces);
   FUZZ_CHECK(whole.parts <= limits.max_parts);
   FUZZ_CHECK((whole.status == wsi::form_ok) == whole.error.empty());
 

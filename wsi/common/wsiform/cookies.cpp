@@ -4,24 +4,11 @@
 
 #include <wsi/cgi_handle.hpp>
 #include <wsi/cookies.hpp>
+#include "wsi/common/wsiform/header_params.hpp"
 
 namespace wsi {
 
 namespace {
-
-bool isBlank(char c) {
-  return c == ' ' || c == '\t';
-}
-
-// `text`[begin, end) without blanks and tabs at either end.
-std::string trimmed(const std::string& text, std::string::size_type begin,
-                    std::string::size_type end) {
-  while (begin < end && isBlank(text[begin]))
-    ++begin;
-  while (end > begin && isBlank(text[end - 1]))
-    --end;
-  return text.substr(begin, end - begin);
-}
 
 // A token byte: visible ASCII other than the separators.
 bool isTokenByte(unsigned char c) {
@@ -99,8 +86,8 @@ NameValuePairs parseCookies(const std::string& header) {
     const void* found = std::memchr(header.data() + pos, '=', end - pos);
     if (found != 0) {
       const std::string::size_type eq = static_cast<const char*>(found) - header.data();
-      std::string name = trimmed(header, pos, eq);
-      std::string value = trimmed(header, eq + 1, end);
+      std::string name = form::trimmed(header, pos, eq);
+      std::string value = form::trimmed(header, eq + 1, end);
       if (value.size() >= 2 && value[0] == '"' && value[value.size() - 1] == '"')
         value = value.substr(1, value.size() - 2);
       if (!name.empty()) pairs.push_back(std::make_pair(name, value));

@@ -7,10 +7,6 @@ namespace form {
 
 namespace {
 
-bool isBlank(char c) {
-  return c == ' ' || c == '\t';
-}
-
 // `c` with an ASCII capital letter made small; no locale involved.
 char asciiLower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
@@ -20,16 +16,6 @@ std::string lowered(std::string text) {
   for (std::string::size_type i = 0; i < text.size(); ++i)
     text[i] = asciiLower(text[i]);
   return text;
-}
-
-// `value`[begin, end) without blanks and tabs at either end.
-std::string trimmed(const std::string& value, std::string::size_type begin,
-                    std::string::size_type end) {
-  while (begin < end && isBlank(value[begin]))
-    ++begin;
-  while (end > begin && isBlank(value[end - 1]))
-    --end;
-  return value.substr(begin, end - begin);
 }
 
 // Reads the quoted text that starts after the '"' at `pos` into `out`; leaves `pos` after the
@@ -49,6 +35,15 @@ bool readQuoted(const std::string& value, std::string::size_type& pos, std::stri
 }
 
 }  // namespace
+
+std::string trimmed(const std::string& text, std::string::size_type begin,
+                    std::string::size_type end) {
+  while (begin < end && isBlank(text[begin]))
+    ++begin;
+  while (end > begin && isBlank(text[end - 1]))
+    --end;
+  return text.substr(begin, end - begin);
+}
 
 bool equalNoCase(const std::string& a, const char* b) {
   const std::size_t length = std::strlen(b);

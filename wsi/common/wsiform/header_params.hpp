@@ -18,6 +18,15 @@ namespace form {
 // holds. False when a quoted value is not closed.
 bool splitParams(const std::string& value, std::string& word, NameValuePairs& params);
 
+// Whether `c` is a blank or a tab, the white space of header values.
+inline bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+// `text`[begin, end) without blanks and tabs at either end.
+std::string trimmed(const std::string& text, std::string::size_type begin,
+                    std::string::size_type end);
+
 // Whether the media type of `content_type` (before any ';', blanks and tabs around it ignored)
 // is `type`, compared without regard to case.
 bool hasMediaType(const std::string& content_type, const char* type);

@@ -74,10 +74,6 @@ bool readDisposition(const std::string& value, MultipartPart& part, std::string&
   return true;
 }
 
-bool isBlank(char c) {
-  return c == ' ' || c == '\t';
-}
-
 }  // namespace
 
 MultipartHandler::~MultipartHandler() {}
@@ -130,7 +126,7 @@ bool parsePartHeaders(const std::string& block, MultipartPart& part, std::string
   while (pos < block.size()) {
     std::string::size_type end = block.find("\r\n", pos);
     if (end == std::string::npos) end = block.size();
-    if (isBlank(block[pos]) && !part.headers.empty()) {
+    if (form::isBlank(block[pos]) && !part.headers.empty()) {
       part.headers.back().second += ' ';
       part.headers.back().second += block.substr(pos, end - pos);
     } else {
@@ -146,9 +142,7 @@ bool parsePartHeaders(const std::string& block, MultipartPart& part, std::string
   }
   for (NameValuePairs::iterator it = part.headers.begin(); it != part.headers.end(); ++it) {
     std::string& value = it->second;
-    const std::string::size_type first = value.find_first_not_of(" \t");
-    value.erase(0, first == std::string::npos ? value.size() : first);
-    value.erase(value.find_last_not_of(" \t") + 1);
+    value = form::trimmed(value, 0, value.size());
     if (form::equalNoCase(it->first, "Content-Disposition")) {
       if (!readDisposition(value, part, error)) return false;
     } else if (form::equalNoCase(it->first, "Content-Type")) {
@@ -244,7 +238,7 @@ const char* MultipartParser::afterDelimiter(const char* p, const char* end) {
       state_ = epilogue;
       return from_data_ && !handler_.partEnd() ? 0 : p + 1;
     }
-    if (isBlank(c) && (first || isBlank(last))) {
+    if (form::isBlank(c) && (first || form::isBlank(last))) {
       if (lookahead_.size() == kMaxPadding) {
         fail(form_malformed, "a boundary line holds more than 256 blanks");
         return 0;
@@ -252,7 +246,7 @@ const char* MultipartParser::afterDelimiter(const char* p, const char* end) {
       lookahead_ += c;
       continue;
     }
-    if (c == '\r' && (first || isBlank(last))) {
+    if (c == '\r' && (first || form::isBlank(last))) {
       lookahead_ += c;
       continue;
     }
