@@ -12,9 +12,13 @@ char asciiLower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
-std::string lowered(std::string text) {
+void lowerInPlace(std::string& text) {
   for (std::string::size_type i = 0; i < text.size(); ++i)
     text[i] = asciiLower(text[i]);
+}
+
+std::string lowered(std::string text) {
+  lowerInPlace(text);
   return text;
 }
 
@@ -36,13 +40,31 @@ bool readQuoted(const std::string& value, std::string::size_type& pos, std::stri
 
 }  // namespace
 
-std::string trimmed(const std::string& text, std::string::size_type begin,
-                    std::string::size_type end) {
+void assignTrimmed(std::string& out, const std::string& text, std::string::size_type begin,
+                   std::string::size_type end) {
   while (begin < end && isBlank(text[begin]))
     ++begin;
   while (end > begin && isBlank(text[end - 1]))
     --end;
-  return text.substr(begin, end - begin);
+  out.assign(text, begin, end - begin);
+}
+
+void trimInPlace(std::string& text) {
+  std::string::size_type end = text.size();
+  while (end > 0 && isBlank(text[end - 1]))
+    --end;
+  std::string::size_type begin = 0;
+  while (begin < end && isBlank(text[begin]))
+    ++begin;
+  text.erase(end);
+  text.erase(0, begin);
+}
+
+std::string trimmed(const std::string& text, std::string::size_type begin,
+                    std::string::size_type end) {
+  std::string out;
+  assignTrimmed(out, text, begin, end);
+  return out;
 }
 
 bool equalNoCase(const std::string& a, const char* b) {
@@ -64,33 +86,38 @@ bool splitParams(const std::string& value, std::string& word, NameValuePairs& pa
   std::string::size_type pos = value.find(';');
   if (pos == std::string::npos) pos = value.size();
   word = lowered(trimmed(value, 0, pos));
-  params.clear();
-  params.reserve(4);  // a disposition's type, name and file name, without growing
+  std::size_t count = 0;  // entries of params in use; the others are reused, then dropped
   while (pos < value.size()) {
     ++pos;  // past the ';'
-    const std::string::size_type name_end = value.find_first_of("=;", pos);
-    if (name_end == std::string::npos || value[name_end] == ';') {
-      const std::string::size_type end = name_end == std::string::npos ? value.size() : name_end;
-      const std::string name = trimmed(value, pos, end);
-      if (!name.empty()) params.push_back(std::make_pair(lowered(name), std::string()));
-      pos = end;
+    std::string::size_type name_end = value.find_first_of("=;", pos);
+    const bool bare = name_end == std::string::npos || value[name_end] == ';';
+    if (name_end == std::string::npos) name_end = value.size();
+    if (bare && trimmed(value, pos, name_end).empty()) {
+      pos = name_end;
       continue;
     }
-    params.push_back(std::make_pair(lowered(trimmed(value, pos, name_end)), std::string()));
-    pos = name_end + 1;
+    if (count == params.size()) params.resize(count + 1);
+    std::pair<std::string, std::string>& param = params[count++];
+    assignTrimmed(param.first, value, pos, name_end);
+    lowerInPlace(param.first);
+    param.second.clear();
+    pos = name_end;
+    if (bare) continue;
+    ++pos;  // past the '='
     while (pos < value.size() && isBlank(value[pos]))
       ++pos;
     if (pos < value.size() && value[pos] == '"') {
-      if (!readQuoted(value, pos, params.back().second)) return false;
+      if (!readQuoted(value, pos, param.second)) return false;
       pos = value.find(';', pos);  // anything between the closing quote and ';' is dropped
       if (pos == std::string::npos) pos = value.size();
     } else {
       std::string::size_type end = value.find(';', pos);
       if (end == std::string::npos) end = value.size();
-      params.back().second = trimmed(value, pos, end);
+      assignTrimmed(param.second, value, pos, end);
       pos = end;
     }
   }
+  params.resize(count);
   return true;
 }
 

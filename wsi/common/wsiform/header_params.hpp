@@ -15,13 +15,21 @@ namespace form {
 // case, each value trimmed, a quoted value without its quotes and with "\"" and "\\" unescaped
 // (a backslash before any other byte stays, as browsers send file names with backslashes). A
 // parameter without '=' is kept with an empty value. One pass over `value`: linear whatever it
-// holds. False when a quoted value is not closed.
+// holds. The entries of `params` are reused (so that parsing header after header allocates
+// little). False when a quoted value is not closed.
 bool splitParams(const std::string& value, std::string& word, NameValuePairs& params);
 
 // Whether `c` is a blank or a tab, the white space of header values.
 inline bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
+
+// Sets `out` to `text`[begin, end) without blanks and tabs at either end (reusing its storage).
+void assignTrimmed(std::string& out, const std::string& text, std::string::size_type begin,
+                   std::string::size_type end);
+
+// Removes blanks and tabs from both ends of `text`.
+void trimInPlace(std::string& text);
 
 // `text`[begin, end) without blanks and tabs at either end.
 std::string trimmed(const std::string& text, std::string::size_type begin,

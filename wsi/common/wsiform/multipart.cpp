@@ -51,10 +51,10 @@ bool decodeExtValue(const std::string& value, std::string& out) {
   return true;
 }
 
-// Takes the parameters of a Content-Disposition value into `part`.
-bool readDisposition(const std::string& value, MultipartPart& part, std::string& error) {
+// Takes the parameters of a Content-Disposition value into `part`; `params` is scratch space.
+bool readDisposition(const std::string& value, MultipartPart& part, NameValuePairs& params,
+                     std::string& error) {
   std::string word;
-  NameValuePairs params;
   if (!form::splitParams(value, word, params)) {
     error = "the part's Content-Disposition holds a quoted text that is not closed";
     return false;
@@ -69,6 +69,48 @@ bool readDisposition(const std::string& value, MultipartPart& part, std::string&
     } else if (it->first == "filename*") {
       part.has_filename = true;
       extended = decodeExtValue(it->second, part.filename) || extended;
+    }
+  }
+  return true;
+}
+
+// Reads a part's header block [block, block + size) into `part`, reusing its storage;
+// `params` is scratch space. False, with `error`, as parsePartHeaders says.
+bool readPartHeaders(const char* block, std::size_t size, MultipartPart& part,
+                     NameValuePairs& params, std::string& error) {
+  part.name.clear();
+  part.filename.clear();
+  part.has_filename = false;
+  part.content_type.clear();
+  std::size_t count = 0;  // entries of part.headers in use; the others are reused, then dropped
+  for (std::size_t pos = 0; pos < size;) {
+    const char* found = static_cast<const char*>(::memmem(block + pos, size - pos, "\r\n", 2));
+    const std::size_t end = found != 0 ? static_cast<std::size_t>(found - block) : size;
+    if (form::isBlank(block[pos]) && count > 0) {
+      std::string& value = part.headers[count - 1].second;
+      value += ' ';
+      value.append(block + pos, end - pos);
+    } else {
+      const void* colon = std::memchr(block + pos, ':', end - pos);
+      if (colon == 0) {
+        error = "a part's header line holds no ':'";
+        return false;
+      }
+      const std::size_t at = static_cast<std::size_t>(static_cast<const char*>(colon) - block);
+      if (count == part.headers.size()) part.headers.resize(count + 1);
+      part.headers[count].first.assign(block + pos, at - pos);
+      part.headers[count++].second.assign(block + at + 1, end - at - 1);
+    }
+    pos = end + 2;
+  }
+  part.headers.resize(count);
+  for (NameValuePairs::iterator it = part.headers.begin(); it != part.headers.end(); ++it) {
+    std::string& value = it->second;
+    form::trimInPlace(value);
+    if (form::equalNoCase(it->first, "Content-Disposition")) {
+      if (!readDisposition(value, part, params, error)) return false;
+    } else if (form::equalNoCase(it->first, "Content-Type")) {
+      part.content_type = value;
     }
   }
   return true;
@@ -121,35 +163,8 @@ bool multipartBoundary(const std::string& content_type, std::string& boundary, s
 }
 
 bool parsePartHeaders(const std::string& block, MultipartPart& part, std::string& error) {
-  part.headers.reserve(4);  // Content-Disposition and Content-Type, without growing
-  std::string::size_type pos = 0;
-  while (pos < block.size()) {
-    std::string::size_type end = block.find("\r\n", pos);
-    if (end == std::string::npos) end = block.size();
-    if (form::isBlank(block[pos]) && !part.headers.empty()) {
-      part.headers.back().second += ' ';
-      part.headers.back().second += block.substr(pos, end - pos);
-    } else {
-      const std::string::size_type colon = block.find(':', pos);
-      if (colon == std::string::npos || colon > end) {
-        error = "a part's header line holds no ':'";
-        return false;
-      }
-      part.headers.push_back(std::make_pair(block.substr(pos, colon - pos), std::string()));
-      part.headers.back().second = block.substr(colon + 1, end - colon - 1);
-    }
-    pos = end + 2;
-  }
-  for (NameValuePairs::iterator it = part.headers.begin(); it != part.headers.end(); ++it) {
-    std::string& value = it->second;
-    value = form::trimmed(value, 0, value.size());
-    if (form::equalNoCase(it->first, "Content-Disposition")) {
-      if (!readDisposition(value, part, error)) return false;
-    } else if (form::equalNoCase(it->first, "Content-Type")) {
-      part.content_type = value;
-    }
-  }
-  return true;
+  NameValuePairs params;
+  return readPartHeaders(block.data(), block.size(), part, params, error);
 }
 
 MultipartParser::MultipartParser(const std::string& boundary, MultipartHandler& handler,
@@ -309,17 +324,16 @@ const char* MultipartParser::headerBytes(const char* p, const char* end) {
   }
   header_block_.append(p, through);
   const std::size_t lines = header_block_.size() - 4;  // the lead CR LF and the header lines
-  MultipartPart part;
   std::string error;
-  const std::string block = lines > 2 ? header_block_.substr(2, lines - 2) : std::string();
-  if (!parsePartHeaders(block, part, error)) {
+  if (!readPartHeaders(header_block_.data() + 2, lines > 2 ? lines - 2 : 0, part_, params_,
+                       error)) {
     fail(form_malformed, error + " (part " + std::to_string(parts_) + ")");
     return 0;
   }
   header_block_.clear();
   state_ = data;
   matched_ = 0;
-  if (!handler_.partBegin(part)) return 0;
+  if (!handler_.partBegin(part_)) return 0;
   return p + through;
 }
 

@@ -89,6 +89,8 @@ class WSI_API MultipartParser {
   bool from_data_;         // the delimiter being looked at ended a part's data
   std::string lookahead_;  // the bytes after that delimiter: "-", or blanks and a CR
   std::string header_block_;
+  MultipartPart part_;     // the current part's headers, its storage reused part after part
+  NameValuePairs params_;  // scratch space for Content-Disposition's parameters
   std::size_t parts_;
   unsigned long long body_bytes_;
   FormStatus status_;
