@@ -18,8 +18,14 @@ namespace wsi {
 
 namespace {
 
-// The source label of every message of the connector family; existing log readers filter on it.
+// The source label and the line labels of the connector family's messages: fixed texts, not
+// where the code stands, because log readers match them.
 const char kLogSource[] = "wsi/common/wsiqco";
+const int kLineConnectionTerminated = 221;
+const int kLineInitFailed = 223;
+const int kLineRequestDump = 246;
+const int kLineResponseDump = 313;
+const int kLineResponseFailed = 347;
 
 // Record types of the header block.
 const unsigned char kHeaderRecord = 0x01;
@@ -114,7 +120,7 @@ bool QcoRequest::init(const QcoHandle&) {
   if (plog && plog->admits<7>()) {
     std::ostringstream dump;
     _dump(dump);
-    plog->Log<7>(kLogSource, 246, "wsi::QcoRequest::init", "%s", dump.str().c_str());
+    plog->Log<7>(kLogSource, kLineRequestDump, "wsi::QcoRequest::init", "%s", dump.str().c_str());
   }
   return true;
 }
@@ -149,9 +155,10 @@ bool QcoRequest::_initFailed() {
   const int code = connectorBuffer(data_).error;
   if (code == qco::QorvaConnector::connection_ended) {
     if (plog && plog->admits<7>())
-      plog->Log<7>(kLogSource, 221, "wsi::QcoRequest::init", "Connection terminated.");
+      plog->Log<7>(kLogSource, kLineConnectionTerminated, "wsi::QcoRequest::init",
+                   "Connection terminated.");
   } else if (plog && plog->admits<3>()) {
-    plog->Log<3>(kLogSource, 223, "wsi::QcoRequest::init",
+    plog->Log<3>(kLogSource, kLineInitFailed, "wsi::QcoRequest::init",
                  "Initialization failed with error code %d (%s)!", code,
                  qco::QorvaConnector::ErrorNameOf(code));
   }
@@ -320,7 +327,8 @@ void QcoResponse::_doSendHeaders() {
   if (plog && plog->admits<7>()) {
     std::ostringstream dump;
     _dump(dump);
-    plog->Log<7>(kLogSource, 313, "wsi::QcoResponse::_doSendHeaders", "%s", dump.str().c_str());
+    plog->Log<7>(kLogSource, kLineResponseDump, "wsi::QcoResponse::_doSendHeaders", "%s",
+                 dump.str().c_str());
   }
   data_.clear();
 
@@ -345,7 +353,8 @@ void QcoResponse::_doSendHeaders() {
 
   if (!data_.fail()) data_.flush();
   if (data_.fail() && plog && plog->admits<3>())
-    plog->Log<3>(kLogSource, 347, "wsi::QcoResponse::_doSendHeaders", "Response failed!");
+    plog->Log<3>(kLogSource, kLineResponseFailed, "wsi::QcoResponse::_doSendHeaders",
+                 "Response failed!");
 }
 
 // The response dump, preceded by "InitFail="; boolalpha stays set after that line and is cleared
