@@ -13,6 +13,7 @@
 #include <wx/url_parser.hpp>
 
 #include "wsi/common/dump.hpp"
+#include "wsi/common/wsiqco/qco_records.hpp"
 
 namespace wsi {
 
@@ -27,68 +28,9 @@ const int kLineRequestDump = 246;
 const int kLineResponseDump = 313;
 const int kLineResponseFailed = 347;
 
-// Record types of the header block.
-const unsigned char kHeaderRecord = 0x01;
-const unsigned char kVariableRecord = 0x02;
-const unsigned char kStatusRecord = 0x03;
-const unsigned char kContentTypeRecord = 0x04;
-const unsigned char kEndRecord = 0x80;
-const unsigned char kEndRecordAlt = 0xFF;
-
 // The connector's buffer behind `stream`, which holds the error code and the connector.
 const qco::QorvaStreamBuf& connectorBuffer(const std::ios& stream) {
   return *static_cast<const qco::QorvaStreamBuf*>(stream.rdbuf());
-}
-
-// Reads one string of the record block: a 2-byte big-endian length, 2 more bytes when its top bit
-// is set, then that many bytes. A read that fails leaves the string empty.
-std::string readString(std::istream& records) {
-  unsigned char prefix[2];
-  records.read(reinterpret_cast<char*>(prefix), 2);
-  if (records.fail()) return std::string();
-  unsigned long length = (static_cast<unsigned long>(prefix[0]) << 8) | prefix[1];
-  if (length & 0x8000) {
-    records.read(reinterpret_cast<char*>(prefix), 2);
-    if (records.fail()) return std::string();
-    // The two halves are combined without shifting the first, so lengths above 0xFFFF do not
-    // survive: kept as it is, existing web servers send nothing longer and hosts rely on this.
-    length = (length & 0x7FFF) | (static_cast<unsigned long>(prefix[0]) << 8) | prefix[1];
-  }
-  std::string s;
-  if (length == 0) return s;
-  s.resize(length);
-  records.read(&s[0], static_cast<std::streamsize>(length));
-  if (records.fail()) s.clear();
-  return s;
-}
-
-void writeByte(std::ostream& os, unsigned char b) {
-  os.put(static_cast<char>(b));
-}
-
-// Writes one string of the record block: 2 length bytes up to 0x7FFF, 4 bytes with the top bit
-// set up to 0x7FFFFFFF; a longer string goes out as empty, which the web server expects.
-void writeString(std::ostream& os, const std::string& s) {
-  const std::string::size_type n = s.size();
-  if (n <= 0x7FFF) {
-    writeByte(os, static_cast<unsigned char>(n >> 8));
-    writeByte(os, static_cast<unsigned char>(n & 0xFF));
-  } else if (n <= 0x7FFFFFFF) {
-    const unsigned long v = static_cast<unsigned long>(n) | 0x80000000UL;
-    for (int shift = 24; shift >= 0; shift -= 8)
-      writeByte(os, static_cast<unsigned char>((v >> shift) & 0xFF));
-  } else {
-    writeByte(os, 0);
-    writeByte(os, 0);
-    return;
-  }
-  os.write(s.data(), static_cast<std::streamsize>(n));
-}
-
-void writeHeaderRecord(std::ostream& os, const std::string& name, const std::string& value) {
-  writeByte(os, kHeaderRecord);
-  writeString(os, name);
-  writeString(os, value);
 }
 
 }  // namespace
@@ -104,11 +46,10 @@ bool QcoRequest::init(const QcoHandle&) {
   for (;;) {
     if (data_.fail()) return _initFailed();
     if (data_.eof()) break;
-    char byte = 0;
-    records_.read(&byte, 1);
-    const unsigned char type = records_.fail() ? kEndRecordAlt : static_cast<unsigned char>(byte);
+    unsigned char type = qco_records::end_alt;  // also when the record stream has failed
+    qco_records::readType(records_, type);
     if (data_.fail()) return _initFailed();
-    if (type == kEndRecord || type == kEndRecordAlt) break;
+    if (type == qco_records::end || type == qco_records::end_alt) break;
     _readRecord(type);
   }
   method_ = Http::MethodIdOf<wx::encoding::connector>(variables_["REQUEST_METHOD"].c_str());
@@ -127,23 +68,27 @@ bool QcoRequest::init(const QcoHandle&) {
 
 // Reads the body of one record of `type` and files it; unknown types have no body.
 void QcoRequest::_readRecord(unsigned char type) {
-  if (type == kStatusRecord) {
-    char ignored[2];
-    records_.read(ignored, 2);
+  if (type == qco_records::status) {
+    int ignored = 0;
+    qco_records::readStatus(records_, ignored);
     return;
   }
-  if (type != kHeaderRecord && type != kVariableRecord && type != kContentTypeRecord) return;
-  std::string first = readString(records_);
+  if (type != qco_records::header && type != qco_records::variable &&
+      type != qco_records::content_type)
+    return;
+  std::string first;
+  qco_records::readString(records_, first, qco_records::LongLength::halves_ored);
   if (data_.fail()) return;
-  if (type == kContentTypeRecord) {
+  if (type == qco_records::content_type) {
     headers_["Content-Type"] = first;
     variables_["HEADER_Content-Type"] = first;
     variables_["HTTP_CONTENT_TYPE"] = first;
     return;
   }
-  std::string value = readString(records_);
+  std::string value;
+  qco_records::readString(records_, value, qco_records::LongLength::halves_ored);
   if (data_.fail()) return;
-  if (type == kHeaderRecord)
+  if (type == qco_records::header)
     headers_[first] = std::move(value);
   else
     variables_[first] = std::move(value);
@@ -332,24 +277,18 @@ void QcoResponse::_doSendHeaders() {
   }
   data_.clear();
 
-  const unsigned int status = static_cast<unsigned int>(HttpStatus);
-  writeByte(records_, kStatusRecord);
-  writeByte(records_, static_cast<unsigned char>((status >> 8) & 0xFF));
-  writeByte(records_, static_cast<unsigned char>(status & 0xFF));
-
+  qco_records::writeStatus(records_, HttpStatus);
   std::string type(ContentType);
   if (!ContentEncoding.empty()) type.append("; charset=").append(ContentEncoding);
-  writeByte(records_, kContentTypeRecord);
-  writeString(records_, type);
-
+  qco_records::writeRecord(records_, qco_records::content_type, type);
   if (content_length_set_) {
     std::ostringstream length;
     length << ContentLength;
-    writeHeaderRecord(records_, "Content-Length", length.str());
+    qco_records::writeRecord(records_, qco_records::header, "Content-Length", length.str());
   }
   for (OrderedNameTable::const_iterator it = headers_.begin(); it != headers_.end(); ++it)
-    writeHeaderRecord(records_, it->first, it->second);
-  writeByte(records_, kEndRecord);
+    qco_records::writeRecord(records_, qco_records::header, it->first, it->second);
+  qco_records::writeEnd(records_);
 
   if (!data_.fail()) data_.flush();
   if (data_.fail() && plog && plog->admits<3>())
