@@ -9,7 +9,7 @@
 
 #include <qco/qco.hpp>
 
-#include "tests/qco_test_util.hpp"
+#include "qco_test_util.hpp"
 
 namespace fuzz {
 

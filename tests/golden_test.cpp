@@ -13,7 +13,7 @@
 
 #include <wsi/wsi.hpp>
 
-#include "tests/ios_test_util.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

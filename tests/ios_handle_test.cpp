@@ -7,7 +7,7 @@
 
 #include <wsi/ios_handle.hpp>
 
-#include "tests/ios_test_util.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

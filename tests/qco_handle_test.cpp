@@ -15,9 +15,9 @@
 #include <wsi/qco_handle.hpp>
 #include <wx/log.hpp>
 
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
-#include "tests/qco_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
+#include "qco_test_util.hpp"
 
 using qco::QorvaConnector;
 using wsi::QcoHandle;

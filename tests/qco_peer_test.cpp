@@ -6,8 +6,8 @@
 #include <regex>
 #include <string>
 
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -51,6 +51,9 @@ inline std::string variable(const std::string& name, const std::string& value) {
 inline std::string contentType(const std::string& type) {
   return '\x04' + str(type);
 }
+inline std::string status(int code) {
+  return '\x03' + u32(static_cast<unsigned long>(code)).substr(2);
+}
 
 inline bool sendAll(int fd, const std::string& bytes) {
   for (std::size_t at = 0; at < bytes.size();) {
