@@ -11,8 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include <wsi/wsi.hpp>
-#include "tests/ios_test_util.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

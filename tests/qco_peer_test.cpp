@@ -4,10 +4,8 @@
 #include <regex>
 #include <string>
 
-#include <gtest/gtest.h>
-
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 
