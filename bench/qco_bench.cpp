@@ -10,7 +10,6 @@
 
 #include <qco/qco.hpp>
 #include <wsi/qco_handle.hpp>
-
 #include "qco_test_util.hpp"
 
 namespace {

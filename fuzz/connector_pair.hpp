@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <qco/qco.hpp>
-
 #include "qco_test_util.hpp"
 
 namespace fuzz {

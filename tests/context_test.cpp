@@ -10,7 +10,6 @@
 
 #include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
-
 #include "data_table.hpp"
 #include "ios_test_util.hpp"
 

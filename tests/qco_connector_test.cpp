@@ -1,15 +1,14 @@
 // The stand-in connector on its own, without the library: how a request message fails when the
 // peer closes, stays silent or sends a malformed frame; the write timeout; pipes and SIGPIPE.
 #include <fcntl.h>
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <iterator>
 #include <limits>
 #include <string>
 
-#include <qco/qco.hpp>
+#include <gtest/gtest.h>
 
+#include <qco/qco.hpp>
 #include "data_table.hpp"
 #include "qco_test_util.hpp"
 

@@ -1,7 +1,5 @@
 // The connector handle over real socket pairs: the request's record block and the response's
 // header block as bytes in their frames, the life of a connection and the log messages.
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <iterator>
 #include <regex>
@@ -15,7 +13,6 @@
 #include <qco/qco.hpp>
 #include <wsi/qco_handle.hpp>
 #include <wx/log.hpp>
-
 #include "data_table.hpp"
 #include "ios_test_util.hpp"
 #include "qco_test_util.hpp"

@@ -1,13 +1,14 @@
 // The connector's record format over string streams, against the tests' own encoder: what the
 // codec writes is the encoder's bytes, and what the encoder wrote reads back.
-#include <gtest/gtest.h>
+#include "wsi/common/wsiqco/qco_records.hpp"
 
 #include <sstream>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "peer_records.hpp"
 #include "qco_test_util.hpp"
-#include "wsi/common/wsiqco/qco_records.hpp"
 
 namespace records = wsi::qco_records;
 using records::LongLength;

@@ -2,7 +2,6 @@
 #include "peer_records.hpp"
 
 #include <strings.h>
-
 #include <istream>
 #include <ostream>
 #include <sstream>
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include <wsi/http.hpp>
-
 #include "wsi/common/wsiqco/qco_records.hpp"
 
 namespace peer {
