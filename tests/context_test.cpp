@@ -10,6 +10,7 @@
 
 #include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
+#include <wsi/wsi.h>
 #include "data_table.hpp"
 #include "ios_test_util.hpp"
 

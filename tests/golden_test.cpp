@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <wsi/wsi.hpp>
 #include "ios_test_util.hpp"
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <wsi/ios_handle.hpp>
 #include "ios_test_util.hpp"
 
 namespace {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <wsi/ios_handle.hpp>
 #include "data_table.hpp"
 #include "ios_test_util.hpp"
 

@@ -1,5 +1,6 @@
 // The connector handle over real socket pairs: the request's record block and the response's
 // header block as bytes in their frames, the life of a connection and the log messages.
+#include <fcntl.h>
 #include <chrono>
 #include <iterator>
 #include <regex>

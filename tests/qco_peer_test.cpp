@@ -4,6 +4,8 @@
 #include <regex>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "data_table.hpp"
 #include "ios_test_util.hpp"
 

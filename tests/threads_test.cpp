@@ -15,6 +15,13 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include <qco/qco.hpp>
+#include <w3/w3.h>
+#include <wsi/qco_handle.hpp>
+#include <wsi/wsi.h>
+#include <wx/log.hpp>
 #include "ios_test_util.hpp"
 #include "qco_test_util.hpp"
 

@@ -2,6 +2,7 @@
 #include "peer_records.hpp"
 
 #include <strings.h>
+#include <cstdint>
 #include <istream>
 #include <ostream>
 #include <sstream>
