@@ -5,6 +5,7 @@
 //   wsi_demo --config request.cfg 'streams(0,1,2)' < posted.dat > response.txt
 //   wsi_demo --connector          (the web server's connection on descriptor $WSI_CONNECTOR_FD)
 //   wsi_demo --connector-fd N     (... on descriptor N)
+//   wsi_demo --cgi                (one CGI request: the environment, standard input and output)
 //
 // The pointer array handed to the library holds, at index 0, the configuration file named by
 // --config; at 1, standard input (the posted data); at 2, standard output (the response).
@@ -16,7 +17,9 @@
 #include <string>
 
 #include <wsi/wsi.hpp>
-#include "demo_page.hpp"
+#include "demo_routes.hpp"
+
+extern char** environ;
 
 namespace {
 
@@ -28,7 +31,10 @@ const char kUsage[] =
     "       written to standard output (index 2).\n"
     "usage: wsi_demo --connector | --connector-fd N\n"
     "  Serves requests over the connector on descriptor $WSI_CONNECTOR_FD (or N), one handle\n"
-    "  each, lent with 'handle(0)', until the web server ends the connection.\n";
+    "  each, lent with 'handle(0)', until the web server ends the connection.\n"
+    "usage: wsi_demo --cgi\n"
+    "  Serves one CGI request: the variables from the environment, the posted data from\n"
+    "  standard input, the response to standard output.\n";
 
 // Why the library refused the arguments of `spec`: the C entry points only say that they did,
 // the context itself says why.
@@ -58,9 +64,8 @@ int serve(const std::string& spec, void** args) {
               << kUsage;
     return 2;
   }
-  const bool complete = demo::answer(handle->Request(), handle->Response());
+  const bool complete = demo::respond(handle->Request(), handle->Response());
   WSI_DestroyContext(&context);
-  if (!complete) std::cerr << "wsi_demo: the response did not reach its output completely\n";
   return complete ? 0 : 1;
 }
 
@@ -76,7 +81,7 @@ int serveConnection(int fd) {
     void* context = WSI_CreateContext("handle(0)", 9, args);
     if (context == nullptr) return 1;
     wsi::Handle* lent = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-    demo::answer(lent->Request(), lent->Response());
+    demo::respond(lent->Request(), lent->Response());
     WSI_DestroyContext(&context);
   }
   const int code = connector.lastError();
@@ -84,6 +89,19 @@ int serveConnection(int fd) {
   std::cerr << "wsi_demo: the connection failed with error " << code << " ("
             << qco::QorvaConnector::ErrorNameOf(code) << ")\n";
   return 1;
+}
+
+// Serves one CGI request over a handle lent with "handle(0)". Exit status 0 when the response
+// was completed, 1 otherwise.
+int serveCgi() {
+  wsi::CgiHandle handle(environ, std::cin, std::cout);
+  void* args[1] = {&handle};
+  void* context = WSI_CreateContext("handle(0)", 9, args);
+  if (context == nullptr) return 1;
+  wsi::Handle* lent = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  const bool complete = demo::respond(lent->Request(), lent->Response());
+  WSI_DestroyContext(&context);
+  return complete ? 0 : 1;
 }
 
 // The descriptor that the connector options name, or -1.
@@ -100,6 +118,7 @@ int connectorDescriptor(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && std::strcmp(argv[1], "--cgi") == 0) return serveCgi();
   if (argc > 1 && std::strncmp(argv[1], "--connector", 11) == 0) {
     const int fd = connectorDescriptor(argc, argv);
     if (fd >= 0) return serveConnection(fd);

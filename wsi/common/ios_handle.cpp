@@ -378,10 +378,7 @@ const wsi::Response& IosHandle::Response() const {
 }
 
 void IosHandle::_dump(std::ostream& os) const {
-  os << "[IN]" << std::endl;
-  request_._dump(os);
-  os << "[OUT]" << std::endl;
-  response_._dump(os);
+  _dumpExchange(os, request_, response_);
 }
 
 // --- file handle --------------------------------------------------------------------------------

@@ -320,10 +320,7 @@ const wsi::Response& QcoHandle::Response() const {
 }
 
 void QcoHandle::_dump(std::ostream& os) const {
-  os << "[IN]" << std::endl;
-  request_._dump(os);
-  os << "[OUT]" << std::endl;
-  response_._dump(os);
+  _dumpExchange(os, request_, response_);
 }
 
 }  // namespace wsi

@@ -1,8 +1,9 @@
 // The whole C++ interface of the web server interface: the object model, the HTTP vocabulary,
-// the stream, file and connector handles, the context and the C entry points.
+// the stream, file, connector and CGI handles, the context and the C entry points.
 #ifndef WSI_WSI_HPP
 #define WSI_WSI_HPP
 
+#include <wsi/cgi_handle.hpp>
 #include <wsi/context.hpp>
 #include <wsi/http.hpp>
 #include <wsi/interface.hpp>
