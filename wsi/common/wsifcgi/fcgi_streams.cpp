@@ -99,6 +99,7 @@ StdoutBuf::int_type StdoutBuf::overflow(int_type c) {
 }
 
 int StdoutBuf::sync() {
+  if (hold_) return connection_.broken() ? -1 : 0;
   return sendBuffered(false) ? 0 : -1;
 }
 
