@@ -188,6 +188,21 @@ TEST_F(FcgiServerTest, PostedDataThatDoesNotMatchItsLengthFailsTheRead) {
   EXPECT_NE(logged().find("no posted data within 300 ms"), std::string::npos);
 }
 
+TEST_F(FcgiServerTest, AnswersManagementRecordsAndClosesOnBrokenProtocol) {
+  wsi::FcgiServer server(address(), options_);
+  std::thread host([&] { EXPECT_EQ(server.accept(), nullptr); });
+  Client client(path());
+  client.send(record(9, 0, pair("FCGI_MPXS_CONNS", "")) + record(1, 1, "short"));
+  std::string answer(32, '\0');
+  ASSERT_EQ(recv(client.fd(), &answer[0], answer.size(), MSG_WAITALL), 32);
+  EXPECT_EQ(answer, record(10, 0, pair("FCGI_MPXS_CONNS", "0"), 6));
+  EXPECT_TRUE(client.closedWithin(2000));
+  server.stop();
+  host.join();
+  EXPECT_NE(logged().find("the web server broke the protocol: a begin-request record of 5 bytes"),
+            std::string::npos);
+}
+
 TEST_F(FcgiServerTest, AnAbortedRequestEndsWithoutItsEndRecord) {
   wsi::FcgiServer server(address(), options_);
   const std::string started =
@@ -324,6 +339,16 @@ TEST(FcgiAddress, ListensOnTcpAndInheritedSockets) {
   EXPECT_THROW(wsi::FcgiServer{"fd:" + std::to_string(fd)},
                std::invalid_argument);  // not listening
   ASSERT_EQ(listen(fd, 4), 0);
+  // As systemd passes it: descriptor 3, named by LISTEN_FDS for the process LISTEN_PID.
+  const int saved = dup(3);
+  ASSERT_EQ(dup2(fd, 3), 3);
+  setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+  setenv("LISTEN_FDS", "1", 1);
+  EXPECT_NO_THROW(wsi::FcgiServer{"systemd"});  // closes descriptor 3
+  setenv("LISTEN_PID", "1", 1);
+  EXPECT_THROW(wsi::FcgiServer{"systemd"}, std::invalid_argument);  // meant for another process
+  unsetenv("LISTEN_PID");
+  if (saved >= 0) dup2(saved, 3), close(saved);
   EXPECT_NO_THROW(wsi::FcgiServer{"fd:" + std::to_string(fd)});  // closes it
 }
 

@@ -98,11 +98,13 @@ int Connection::receiveOnce() {
       plog_->Log<7>(kLogSource, __LINE__, "wsi::fcgi::Connection", "Connection terminated.");
     return -1;
   }
-  if (!codec_.feed(buffer, static_cast<std::size_t>(n))) {
+  const bool fed = codec_.feed(buffer, static_cast<std::size_t>(n));
+  // Answers to the records before a protocol error still go out.
+  if (!codec_.replies().empty() && !send(nullptr, 0)) return -1;
+  if (!fed) {
     const std::string why = "the web server broke the protocol: " + codec_.error();
     return fail(why.c_str(), 0), -1;
   }
-  if (!codec_.replies().empty() && !send(nullptr, 0)) return -1;
   return 1;
 }
 
