@@ -23,14 +23,6 @@ namespace fs = std::filesystem;
 
 const fs::path kCases = fs::path(WSI_TEST_DATA) / "cgi_golden";
 
-std::vector<std::string> caseNames() {
-  std::vector<std::string> names;
-  for (const fs::directory_entry& entry : fs::directory_iterator(kCases))
-    if (entry.is_directory()) names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 // The failure messages of a log file, one a line as "function: text" (the line number left out).
 std::string failures(const std::string& log) {
   std::istringstream in(wsi_test::readFile(log));
@@ -82,11 +74,7 @@ TEST_P(CgiGolden, Exchange) {
   EXPECT_EQ(wsi_test::readFile(file("logged")), failures(dir_ / "qv_wsi.log"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, CgiGolden, ::testing::ValuesIn(caseNames()),
-                         [](const ::testing::TestParamInfo<std::string>& info) {
-                           std::string name = info.param;
-                           std::replace(name.begin(), name.end(), '-', '_');
-                           return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Cases, CgiGolden, ::testing::ValuesIn(wsi_test::caseNames(kCases)),
+                         wsi_test::caseTestName);
 
 }  // namespace

@@ -1,14 +1,16 @@
-// The "calls" text of a golden exchange: what the host does on the exchange, one call a line
-// (tests/data/golden/README.md describes the words).
+// Golden exchanges: the case directories, and the "calls" text of a case, what the host does on
+// the exchange, one call a line (tests/data/golden/README.md describes the words).
 #ifndef WSI_TESTS_GOLDEN_CALLS_HPP
 #define WSI_TESTS_GOLDEN_CALLS_HPP
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <wsi/wsi.hpp>
 
@@ -75,6 +77,22 @@ inline void runCalls(wsi::Handle& handle, const std::string& calls) {
     const std::string::size_type blank = std::min(line.find(' '), line.size());
     call(handle, line.substr(0, blank), line.substr(std::min(blank + 1, line.size())));
   }
+}
+
+// The names of the case directories in `dir`, sorted.
+inline std::vector<std::string> caseNames(const std::filesystem::path& dir) {
+  std::vector<std::string> names;
+  for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(dir))
+    if (entry.is_directory()) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// A case's name as a test name: '-' becomes '_'.
+inline std::string caseTestName(const ::testing::TestParamInfo<std::string>& info) {
+  std::string name = info.param;
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
 }
 
 }  // namespace wsi_test

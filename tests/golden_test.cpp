@@ -22,14 +22,6 @@ namespace fs = std::filesystem;
 
 const fs::path kCases = fs::path(WSI_TEST_DATA) / "golden";
 
-std::vector<std::string> caseNames() {
-  std::vector<std::string> names;
-  for (const fs::directory_entry& entry : fs::directory_iterator(kCases))
-    if (entry.is_directory()) names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 class Golden : public ::testing::TestWithParam<std::string> {
  protected:
   std::string file(const char* name) const { return (kCases / GetParam() / name).string(); }
@@ -62,11 +54,7 @@ TEST_P(Golden, FilesBackEnd) {
             wsi_test::readFile(output));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Golden, ::testing::ValuesIn(caseNames()),
-                         [](const ::testing::TestParamInfo<std::string>& info) {
-                           std::string name = info.param;
-                           std::replace(name.begin(), name.end(), '-', '_');
-                           return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Cases, Golden, ::testing::ValuesIn(wsi_test::caseNames(kCases)),
+                         wsi_test::caseTestName);
 
 }  // namespace

@@ -24,10 +24,12 @@ CgiRequest::CgiRequest(const NameValueList& variables, std::istream& postedData)
   for (NameValueList::const_iterator it = variables.begin(); it != variables.end(); ++it) {
     variables_[it->first] = it->second;
     const std::string header = cgi::headerNameOf(it->first);
-    // An empty CONTENT_TYPE or CONTENT_LENGTH is how web servers say that there is no body.
+    if (header.empty()) continue;
+    // An empty CONTENT_TYPE or CONTENT_LENGTH is how web servers say that there is no body; it
+    // still empties the header of a repeated variable, so the header keeps the last value.
     const bool no_body_header =
         it->second.empty() && (header == "Content-Type" || header == "Content-Length");
-    if (!header.empty() && !no_body_header) headers_[header] = it->second;
+    if (!no_body_header || headers_.lookup(header) != nullptr) headers_[header] = it->second;
   }
   const NameTable::const_iterator method = variables_.find("REQUEST_METHOD");
   if (method != variables_.end())

@@ -64,8 +64,10 @@ void CgiResponse::setContentLength(unsigned long length) {
   content_length_known_ = true;
 }
 
+// A header that cannot be written is refused whole, before the rules turn part of it into the
+// content type or encoding.
 void CgiResponse::setHttpHeader(const std::string& name, const std::string& value) {
-  _setHttpHeaderHelper<wx::encoding::host>(name, value);
+  if (_acceptableHeader(name, value)) _setHttpHeaderHelper<wx::encoding::host>(name, value);
 }
 
 // Replaces the value of the first header of that name and drops the later ones, so that the
