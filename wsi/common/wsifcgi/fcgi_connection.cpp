@@ -90,8 +90,10 @@ int Connection::receiveOnce() {
     n = ::recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT);
   while (n < 0 && errno == EINTR);
   if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
-  if (n < 0) return fail("receiving failed", errno), -1;
-  if (n == 0) {
+  // A reset between requests is a web server dropping a kept connection: an ordinary end.
+  const bool reset_when_idle = n < 0 && errno == ECONNRESET && codec_.idle();
+  if (n < 0 && !reset_when_idle) return fail("receiving failed", errno), -1;
+  if (n <= 0) {
     if (!codec_.idle()) return fail("the web server closed the connection inside a request", 0), -1;
     broken_ = true;
     if (plog_ && plog_->admits<7>())
