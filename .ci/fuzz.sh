@@ -17,7 +17,7 @@ seconds=${WSI_FUZZ_SECONDS:-60}
 # connector request is framed and read through a socket; the field-based targets build long texts
 # from short inputs with runs.
 targets=(spec:256 query:1024 header_rules:1024 request_config:2048 connector_request:4096
-         response_block:1024 cgi_environment:2048)
+         response_block:1024 cgi_environment:2048 fcgi_records:4096)
 
 cmake --preset fuzz
 cmake --build --preset fuzz

@@ -6,6 +6,7 @@
 //   wsi_demo --connector          (the web server's connection on descriptor $WSI_CONNECTOR_FD)
 //   wsi_demo --connector-fd N     (... on descriptor N)
 //   wsi_demo --cgi                (one CGI request: the environment, standard input and output)
+//   wsi_demo --fastcgi ADDRESS [--threads N]   (a FastCGI responder, until SIGTERM or SIGINT)
 //
 // The pointer array handed to the library holds, at index 0, the configuration file named by
 // --config; at 1, standard input (the posted data); at 2, standard output (the response).
@@ -18,6 +19,7 @@
 
 #include <wsi/wsi.hpp>
 #include "demo_routes.hpp"
+#include "fastcgi_host.hpp"
 
 extern char** environ;
 
@@ -34,7 +36,10 @@ const char kUsage[] =
     "  each, lent with 'handle(0)', until the web server ends the connection.\n"
     "usage: wsi_demo --cgi\n"
     "  Serves one CGI request: the variables from the environment, the posted data from\n"
-    "  standard input, the response to standard output.\n";
+    "  standard input, the response to standard output.\n"
+    "usage: wsi_demo --fastcgi ADDRESS [--threads N]\n"
+    "  Serves FastCGI requests on ADDRESS (unix:PATH, tcp:HOST:PORT, fd:N or systemd) from N\n"
+    "  threads (1 to 256, default 1) until SIGTERM or SIGINT.\n";
 
 // Why the library refused the arguments of `spec`: the C entry points only say that they did,
 // the context itself says why.
@@ -104,6 +109,14 @@ int serveCgi() {
   return complete ? 0 : 1;
 }
 
+// The thread count of "--threads N" at argv[i], or 0 when it is not one.
+unsigned threadCount(int argc, char** argv, int i) {
+  if (argc != i + 2 || std::strcmp(argv[i], "--threads") != 0) return 0;
+  char* end = nullptr;
+  const long n = std::strtol(argv[i + 1], &end, 10);
+  return *end == '\0' && n >= 1 && n <= 256 ? static_cast<unsigned>(n) : 0;
+}
+
 // The descriptor that the connector options name, or -1.
 int connectorDescriptor(int argc, char** argv) {
   const char* text = nullptr;
@@ -119,6 +132,12 @@ int connectorDescriptor(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   if (argc == 2 && std::strcmp(argv[1], "--cgi") == 0) return serveCgi();
+  if (argc > 2 && std::strcmp(argv[1], "--fastcgi") == 0) {
+    const unsigned threads = argc == 3 ? 1 : threadCount(argc, argv, 3);
+    if (threads > 0) return demo::serveFastCgi(argv[2], threads);
+    std::cerr << kUsage;
+    return 2;
+  }
   if (argc > 1 && std::strncmp(argv[1], "--connector", 11) == 0) {
     const int fd = connectorDescriptor(argc, argv);
     if (fd >= 0) return serveConnection(fd);

@@ -5,6 +5,7 @@
 
 #include <wsi/cgi_handle.hpp>
 #include <wsi/context.hpp>
+#include <wsi/fcgi_server.hpp>
 #include <wsi/http.hpp>
 #include <wsi/interface.hpp>
 #include <wsi/ios_handle.hpp>
