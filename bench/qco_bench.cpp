@@ -10,7 +10,7 @@
 
 #include <qco/qco.hpp>
 #include <wsi/qco_handle.hpp>
-#include "tests/qco_test_util.hpp"
+#include "qco_test_util.hpp"
 
 namespace {
 

@@ -26,7 +26,7 @@
 #include <wx/log.hpp>
 #include "connector_pair.hpp"
 #include "fuzz_check.hpp"
-#include "tools/peer_records.hpp"
+#include "peer_records.hpp"
 
 namespace {
 

@@ -23,7 +23,7 @@
 #include <wx/char_casing.hpp>
 #include "connector_pair.hpp"
 #include "fuzz_check.hpp"
-#include "tools/peer_records.hpp"
+#include "peer_records.hpp"
 
 namespace {
 

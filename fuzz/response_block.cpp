@@ -21,7 +21,7 @@
 #include "connector_pair.hpp"
 #include "fields.hpp"
 #include "fuzz_check.hpp"
-#include "tools/peer_records.hpp"
+#include "peer_records.hpp"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
 #include <wsi/wsi.h>
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -1,13 +1,14 @@
 // The FastCGI record codec over byte strings: every case fed whole, in two pieces at every split
 // point and one byte at a time must end in the same state; the records it writes, byte for byte.
-#include <gtest/gtest.h>
+#include "wsi/common/wsifcgi/fcgi_codec.hpp"
 
 #include <cstdint>
 #include <sstream>
 #include <string>
 
-#include "tests/fcgi_client.hpp"
-#include "wsi/common/wsifcgi/fcgi_codec.hpp"
+#include <gtest/gtest.h>
+
+#include "fcgi_client.hpp"
 
 using namespace fcgitest;
 using wsi::fcgi::Codec;
@@ -88,6 +89,11 @@ const Case kCases[] = {
     {"records of other requests and filter data are ignored",
      begin(1) + params(2, pair("B", "2")) + params(1, "") + stdinRecord(3, "zz") +
          record(8, 1, "data") + stdinRecord(1, ""),
+     "ready id=1 keep stdin= ended", kDefaultLimits},
+    {"records only a responder sends are ignored",
+     begin(1) + params(1, "") + record(3, 1, std::string(8, '\0')) + record(6, 1, "o") +
+         record(7, 1, "e") + record(10, 1, "") + record(11, 1, std::string(8, '\0')) +
+         stdinRecord(1, ""),
      "ready id=1 keep stdin= ended", kDefaultLimits},
     {"second request on a busy connection",
      begin(1) + begin(2) + params(1, "") + stdinRecord(1, ""),

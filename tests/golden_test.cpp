@@ -12,8 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <wsi/wsi.hpp>
-#include "tests/golden_calls.hpp"
-#include "tests/ios_test_util.hpp"
+#include "golden_calls.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <wsi/ios_handle.hpp>
-#include "tests/ios_test_util.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <wsi/ios_handle.hpp>
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -6,7 +6,6 @@
 
 #include <stdlib.h>
 #include <sys/wait.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>

@@ -1,13 +1,12 @@
 // wsi_peer driving the example host over the connector: the same request files give the same
 // response text as over the streams back end, and the tool's failures are clear.
-#include <sys/wait.h>
 #include <regex>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -22,8 +22,8 @@
 #include <wsi/qco_handle.hpp>
 #include <wsi/wsi.h>
 #include <wx/log.hpp>
-#include "tests/ios_test_util.hpp"
-#include "tests/qco_test_util.hpp"
+#include "ios_test_util.hpp"
+#include "qco_test_util.hpp"
 
 static std::atomic<int> g_log_name_calls(0), g_config_init_calls(0);
 

@@ -11,76 +11,24 @@
 #include <wx/log.hpp>
 #include <wx/url_parser.hpp>
 #include "wsi/common/dump.hpp"
+#include "wsi/common/wsiqco/qco_records.hpp"
 
 namespace wsi {
 
 namespace {
 
-// The source label of every message of the connector family; existing log readers filter on it.
+// The source label and the line labels of the connector family's messages: fixed texts, not
+// where the code stands, because log readers match them.
 const char kLogSource[] = "wsi/common/wsiqco";
-
-// Record types of the header block.
-const unsigned char kHeaderRecord = 0x01;
-const unsigned char kVariableRecord = 0x02;
-const unsigned char kStatusRecord = 0x03;
-const unsigned char kContentTypeRecord = 0x04;
-const unsigned char kEndRecord = 0x80;
-const unsigned char kEndRecordAlt = 0xFF;
+const int kLineConnectionTerminated = 221;
+const int kLineInitFailed = 223;
+const int kLineRequestDump = 246;
+const int kLineResponseDump = 313;
+const int kLineResponseFailed = 347;
 
 // The connector's buffer behind `stream`, which holds the error code and the connector.
 const qco::QorvaStreamBuf& connectorBuffer(const std::ios& stream) {
   return *static_cast<const qco::QorvaStreamBuf*>(stream.rdbuf());
-}
-
-// Reads one string of the record block: a 2-byte big-endian length, 2 more bytes when its top bit
-// is set, then that many bytes. A read that fails leaves the string empty.
-std::string readString(std::istream& records) {
-  unsigned char prefix[2];
-  records.read(reinterpret_cast<char*>(prefix), 2);
-  if (records.fail()) return std::string();
-  unsigned long length = (static_cast<unsigned long>(prefix[0]) << 8) | prefix[1];
-  if (length & 0x8000) {
-    records.read(reinterpret_cast<char*>(prefix), 2);
-    if (records.fail()) return std::string();
-    // The two halves are combined without shifting the first, so lengths above 0xFFFF do not
-    // survive: kept as it is, existing web servers send nothing longer and hosts rely on this.
-    length = (length & 0x7FFF) | (static_cast<unsigned long>(prefix[0]) << 8) | prefix[1];
-  }
-  std::string s;
-  if (length == 0) return s;
-  s.resize(length);
-  records.read(&s[0], static_cast<std::streamsize>(length));
-  if (records.fail()) s.clear();
-  return s;
-}
-
-void writeByte(std::ostream& os, unsigned char b) {
-  os.put(static_cast<char>(b));
-}
-
-// Writes one string of the record block: 2 length bytes up to 0x7FFF, 4 bytes with the top bit
-// set up to 0x7FFFFFFF; a longer string goes out as empty, which the web server expects.
-void writeString(std::ostream& os, const std::string& s) {
-  const std::string::size_type n = s.size();
-  if (n <= 0x7FFF) {
-    writeByte(os, static_cast<unsigned char>(n >> 8));
-    writeByte(os, static_cast<unsigned char>(n & 0xFF));
-  } else if (n <= 0x7FFFFFFF) {
-    const unsigned long v = static_cast<unsigned long>(n) | 0x80000000UL;
-    for (int shift = 24; shift >= 0; shift -= 8)
-      writeByte(os, static_cast<unsigned char>((v >> shift) & 0xFF));
-  } else {
-    writeByte(os, 0);
-    writeByte(os, 0);
-    return;
-  }
-  os.write(s.data(), static_cast<std::streamsize>(n));
-}
-
-void writeHeaderRecord(std::ostream& os, const std::string& name, const std::string& value) {
-  writeByte(os, kHeaderRecord);
-  writeString(os, name);
-  writeString(os, value);
 }
 
 }  // namespace
@@ -96,11 +44,10 @@ bool QcoRequest::init(const QcoHandle&) {
   for (;;) {
     if (data_.fail()) return _initFailed();
     if (data_.eof()) break;
-    char byte = 0;
-    records_.read(&byte, 1);
-    const unsigned char type = records_.fail() ? kEndRecordAlt : static_cast<unsigned char>(byte);
+    unsigned char type = qco_records::end_alt;  // also when the record stream has failed
+    qco_records::readType(records_, type);
     if (data_.fail()) return _initFailed();
-    if (type == kEndRecord || type == kEndRecordAlt) break;
+    if (type == qco_records::end || type == qco_records::end_alt) break;
     _readRecord(type);
   }
   method_ = Http::MethodIdOf<wx::encoding::connector>(variables_["REQUEST_METHOD"].c_str());
@@ -112,30 +59,34 @@ bool QcoRequest::init(const QcoHandle&) {
   if (plog && plog->admits<7>()) {
     std::ostringstream dump;
     _dump(dump);
-    plog->Log<7>(kLogSource, 246, "wsi::QcoRequest::init", "%s", dump.str().c_str());
+    plog->Log<7>(kLogSource, kLineRequestDump, "wsi::QcoRequest::init", "%s", dump.str().c_str());
   }
   return true;
 }
 
 // Reads the body of one record of `type` and files it; unknown types have no body.
 void QcoRequest::_readRecord(unsigned char type) {
-  if (type == kStatusRecord) {
-    char ignored[2];
-    records_.read(ignored, 2);
+  if (type == qco_records::status) {
+    int ignored = 0;
+    qco_records::readStatus(records_, ignored);
     return;
   }
-  if (type != kHeaderRecord && type != kVariableRecord && type != kContentTypeRecord) return;
-  std::string first = readString(records_);
+  if (type != qco_records::header && type != qco_records::variable &&
+      type != qco_records::content_type)
+    return;
+  std::string first;
+  qco_records::readString(records_, first, qco_records::LongLength::halves_ored);
   if (data_.fail()) return;
-  if (type == kContentTypeRecord) {
+  if (type == qco_records::content_type) {
     headers_["Content-Type"] = first;
     variables_["HEADER_Content-Type"] = first;
     variables_["HTTP_CONTENT_TYPE"] = first;
     return;
   }
-  std::string value = readString(records_);
+  std::string value;
+  qco_records::readString(records_, value, qco_records::LongLength::halves_ored);
   if (data_.fail()) return;
-  if (type == kHeaderRecord)
+  if (type == qco_records::header)
     headers_[first] = std::move(value);
   else
     variables_[first] = std::move(value);
@@ -147,9 +98,10 @@ bool QcoRequest::_initFailed() {
   const int code = connectorBuffer(data_).error;
   if (code == qco::QorvaConnector::connection_ended) {
     if (plog && plog->admits<7>())
-      plog->Log<7>(kLogSource, 221, "wsi::QcoRequest::init", "Connection terminated.");
+      plog->Log<7>(kLogSource, kLineConnectionTerminated, "wsi::QcoRequest::init",
+                   "Connection terminated.");
   } else if (plog && plog->admits<3>()) {
-    plog->Log<3>(kLogSource, 223, "wsi::QcoRequest::init",
+    plog->Log<3>(kLogSource, kLineInitFailed, "wsi::QcoRequest::init",
                  "Initialization failed with error code %d (%s)!", code,
                  qco::QorvaConnector::ErrorNameOf(code));
   }
@@ -318,32 +270,28 @@ void QcoResponse::_doSendHeaders() {
   if (plog && plog->admits<7>()) {
     std::ostringstream dump;
     _dump(dump);
-    plog->Log<7>(kLogSource, 313, "wsi::QcoResponse::_doSendHeaders", "%s", dump.str().c_str());
+    plog->Log<7>(kLogSource, kLineResponseDump, "wsi::QcoResponse::_doSendHeaders", "%s",
+                 dump.str().c_str());
   }
   data_.clear();
 
-  const unsigned int status = static_cast<unsigned int>(HttpStatus);
-  writeByte(records_, kStatusRecord);
-  writeByte(records_, static_cast<unsigned char>((status >> 8) & 0xFF));
-  writeByte(records_, static_cast<unsigned char>(status & 0xFF));
-
+  qco_records::writeStatus(records_, HttpStatus);
   std::string type(ContentType);
   if (!ContentEncoding.empty()) type.append("; charset=").append(ContentEncoding);
-  writeByte(records_, kContentTypeRecord);
-  writeString(records_, type);
-
+  qco_records::writeRecord(records_, qco_records::content_type, type);
   if (content_length_set_) {
     std::ostringstream length;
     length << ContentLength;
-    writeHeaderRecord(records_, "Content-Length", length.str());
+    qco_records::writeRecord(records_, qco_records::header, "Content-Length", length.str());
   }
   for (OrderedNameTable::const_iterator it = headers_.begin(); it != headers_.end(); ++it)
-    writeHeaderRecord(records_, it->first, it->second);
-  writeByte(records_, kEndRecord);
+    qco_records::writeRecord(records_, qco_records::header, it->first, it->second);
+  qco_records::writeEnd(records_);
 
   if (!data_.fail()) data_.flush();
   if (data_.fail() && plog && plog->admits<3>())
-    plog->Log<3>(kLogSource, 347, "wsi::QcoResponse::_doSendHeaders", "Response failed!");
+    plog->Log<3>(kLogSource, kLineResponseFailed, "wsi::QcoResponse::_doSendHeaders",
+                 "Response failed!");
 }
 
 // The response dump, preceded by "InitFail="; boolalpha stays set after that line and is cleared
