@@ -24,7 +24,7 @@ const fs::path kCases = fs::path(WSI_TEST_DATA) / "cgi_golden";
 
 // The failure messages of a log file, one a line as "function: text" (the line number left out).
 std::string failures(const std::string& log) {
-  std::istringstream in(wsi_test::readFile(log));
+  std::istringstream in(log);
   const std::regex head("^\\S+ err WSI\\[\\d+:\\d+\\] wsi/common/wsicgi:\\d+ ");
   std::string out, line;
   for (std::smatch m; std::getline(in, line);)
@@ -34,18 +34,9 @@ std::string failures(const std::string& log) {
 
 class CgiGolden : public ::testing::TestWithParam<std::string> {
  protected:
-  void SetUp() override {
-    wsi::Handle::closeLog();
-    wsi::Handle::plog_ = new wx::log::log("WSI");
-    wsi::Handle::plog_->file_name = dir_ / "qv_wsi.log";
-    wsi::Handle::plog_->enabled = true;
-    wsi::Handle::plog_->level = 3;
-  }
-  void TearDown() override { wsi::Handle::closeLog(); }
-
   std::string file(const char* name) const { return (kCases / GetParam() / name).string(); }
 
-  wsi_test::TempDir dir_;
+  wsi_test::ScratchLog log_{3};
 };
 
 TEST_P(CgiGolden, Exchange) {
@@ -70,7 +61,7 @@ TEST_P(CgiGolden, Exchange) {
     WSI_DestroyContext(&context);
   }
   EXPECT_EQ(wsi_test::readFile(file("expected")), output.str());
-  EXPECT_EQ(wsi_test::readFile(file("logged")), failures(dir_ / "qv_wsi.log"));
+  EXPECT_EQ(wsi_test::readFile(file("logged")), failures(log_.text()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, CgiGolden, ::testing::ValuesIn(wsi_test::caseNames(kCases)),

@@ -1,6 +1,6 @@
 // Helpers shared by the tests of the back ends: a scratch directory, whole-file reads and
-// writes, a stream buffer that cannot flush, name tables as text, and commands run through the
-// shell.
+// writes, a logger of the test's own, a stream buffer that cannot flush, name tables as text, and
+// commands run through the shell.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
@@ -12,6 +12,9 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+
+#include <wsi/interface.hpp>
+#include <wx/log.hpp>
 
 namespace wsi_test {
 
@@ -47,6 +50,32 @@ inline std::string readFile(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios_base::binary) << content;
 }
+
+// The library's logger, while the object lives: an enabled one writing to a file of its own.
+class ScratchLog {
+ public:
+  explicit ScratchLog(int level) { use(level); }
+  ~ScratchLog() { wsi::Handle::closeLog(); }
+  ScratchLog(const ScratchLog&) = delete;
+  ScratchLog& operator=(const ScratchLog&) = delete;
+
+  // Replaces the logger with a new one of `level` and a new, empty file.
+  void use(int level) {
+    wsi::Handle::closeLog();
+    path_ = dir_ / ("qv_wsi." + std::to_string(++files_) + ".log");
+    wsi::Handle::plog_ = new wx::log::log("WSI");
+    wsi::Handle::plog_->file_name = path_;
+    wsi::Handle::plog_->enabled = true;
+    wsi::Handle::plog_->level = level;
+  }
+  // What the current logger wrote.
+  std::string text() const { return readFile(path_); }
+
+ private:
+  TempDir dir_;
+  std::string path_;
+  int files_ = 0;
+};
 
 // A stream buffer whose flush always fails.
 struct FailingSync : std::stringbuf {
