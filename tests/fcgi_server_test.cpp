@@ -1,14 +1,11 @@
 // The FastCGI server over a Unix socket in a temporary folder, driven by the test's own FastCGI
 // client: keep-alive reuse, idle connections waiting without a thread, aborts, clients that
 // leave, stop(), time-outs, limits and addresses.
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <istream>
-#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -18,7 +15,6 @@
 #include <gtest/gtest.h>
 
 #include <wsi/fcgi_server.hpp>
-#include <wx/log.hpp>
 #include "data_table.hpp"
 #include "fcgi_client.hpp"
 #include "ios_test_util.hpp"
@@ -71,7 +67,6 @@ class FcgiServerTest : public ::testing::Test {
     options_.write_timeout_ms = 300;
     options_.idle_timeout_ms = 300;
   }
-  std::string logged() const { return log_.text(); }
   std::string address() const { return "unix:" + path(); }
   std::string path() const { return dir_ / "fcgi.sock"; }
 
@@ -144,29 +139,18 @@ TEST_F(FcgiServerTest, ThreadsShareConnectionsUntilStopped) {
 
 TEST_F(FcgiServerTest, PostedDataIsCheckedAgainstItsLength) {
   wsi::FcgiServer server(address(), options_);
-  struct Row {
-    std::string input;
-    std::string posted;
-    bool read_ok;
-  } rows[] = {
-      {post(1, "abcde", "5"), "abcde", true},
-      {post(1, "abc", "5"), "abc", false},   // fewer bytes than announced
-      {post(1, "abcdefg", "5"), "", false},  // more bytes than announced
-      {request(1, "", "abc"), "abc", true},  // no length: the stdin records tell the end
-      {begin(1) + params(1, pair("CONTENT_LENGTH", "5")) + params(1, "") + stdinRecord(1, "ab"),
-       "ab", false},  // never ended: the read times out
-  };
-  for (const Row& row : rows) {
+  for (const wsi_test::Row& row : wsi_test::readTable("fcgi_posted.tsv")) {
+    SCOPED_TRACE("fcgi_posted.tsv line " + std::to_string(row.line));
     Client client(path());
     Served served;
     std::thread host([&] { serveOne(server, served); });
-    client.send(row.input);
+    client.send(wire(row[0]));
     client.read();
     host.join();
-    EXPECT_EQ(served.posted, row.posted);
-    EXPECT_EQ(served.read_ok, row.read_ok) << row.posted;
+    EXPECT_EQ(row[1], served.posted);
+    EXPECT_EQ(row[2] == "yes", served.read_ok);
   }
-  EXPECT_NE(logged().find("no posted data within 300 ms"), std::string::npos);
+  EXPECT_NE(log_.text().find("no posted data within 300 ms"), std::string::npos);
 }
 
 TEST_F(FcgiServerTest, UnreadPostedDataIsDroppedUpToTheLimit) {
@@ -199,8 +183,9 @@ TEST_F(FcgiServerTest, AnswersManagementRecordsAndClosesOnBrokenProtocol) {
   EXPECT_TRUE(client.closedWithin(2000));
   server.stop();
   host.join();
-  EXPECT_NE(logged().find("the web server broke the protocol: a begin-request record of 5 bytes"),
-            std::string::npos);
+  EXPECT_NE(
+      log_.text().find("the web server broke the protocol: a begin-request record of 5 bytes"),
+      std::string::npos);
 }
 
 TEST_F(FcgiServerTest, AnAbortedRequestEndsWithoutItsEndRecord) {
@@ -223,7 +208,7 @@ TEST_F(FcgiServerTest, AnAbortedRequestEndsWithoutItsEndRecord) {
   EXPECT_EQ(served.posted, "ab");
   EXPECT_FALSE(served.read_ok);
   EXPECT_FALSE(served.write_ok);
-  EXPECT_NE(logged().find("FastCGI request 1 was aborted by the web server"), std::string::npos);
+  EXPECT_NE(log_.text().find("FastCGI request 1 was aborted by the web server"), std::string::npos);
 }
 
 TEST_F(FcgiServerTest, AClientThatLeavesMidResponseFailsTheWriteWithoutASignal) {
@@ -236,7 +221,7 @@ TEST_F(FcgiServerTest, AClientThatLeavesMidResponseFailsTheWriteWithoutASignal) 
   serveOne(server, served, 8 << 20);
   EXPECT_TRUE(served.read_ok);
   EXPECT_FALSE(served.write_ok);
-  EXPECT_NE(logged().find("sending failed"), std::string::npos);
+  EXPECT_NE(log_.text().find("sending failed"), std::string::npos);
 }
 
 TEST_F(FcgiServerTest, ASlowReaderTimesOut) {
@@ -246,7 +231,7 @@ TEST_F(FcgiServerTest, ASlowReaderTimesOut) {
   Served served;
   serveOne(server, served, 8 << 20);
   EXPECT_FALSE(served.write_ok);
-  EXPECT_NE(logged().find("the web server took no response bytes within 300 ms"),
+  EXPECT_NE(log_.text().find("the web server took no response bytes within 300 ms"),
             std::string::npos);
 }
 
@@ -265,8 +250,8 @@ TEST_F(FcgiServerTest, IncompleteParametersAndIdleConnectionsAreClosedInTime) {
   done = true;
   server.stop();
   host.join();
-  EXPECT_NE(logged().find("the parameters did not arrive in time"), std::string::npos);
-  EXPECT_NE(logged().find("Idle FastCGI connection closed."), std::string::npos);
+  EXPECT_NE(log_.text().find("the parameters did not arrive in time"), std::string::npos);
+  EXPECT_NE(log_.text().find("Idle FastCGI connection closed."), std::string::npos);
 }
 
 TEST_F(FcgiServerTest, StopFinishesTheRequestInFlightThenReturnsNull) {
