@@ -96,12 +96,19 @@ inline std::string shellQuoted(const std::string& s) {
   return "'" + s + "'";
 }
 
-// Runs `command` through the shell with its standard output going to the file `out` and its
-// errors to `err`; its exit status, or -1 when it did not exit.
-inline int runShell(const std::string& command, const std::string& out, const std::string& err) {
-  const int status =
-      std::system((command + " >" + shellQuoted(out) + " 2>" + shellQuoted(err)).c_str());
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+// What a command run through the shell did: its exit status (-1 when it did not exit), its
+// standard output and its errors.
+struct Ran {
+  int status;
+  std::string out, err;
+};
+
+inline Ran runShell(const std::string& command) {
+  const TempDir dir;
+  const int status = std::system(
+      (command + " >" + shellQuoted(dir / "out") + " 2>" + shellQuoted(dir / "err")).c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(dir / "out"),
+          readFile(dir / "err")};
 }
 
 }  // namespace wsi_test
