@@ -62,10 +62,8 @@ std::string post(int id, const std::string& body, const std::string& length) {
 class FcgiServerTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    options_.params_timeout_ms = 300;
-    options_.read_timeout_ms = 300;
-    options_.write_timeout_ms = 300;
-    options_.idle_timeout_ms = 300;
+    options_.params_timeout_ms = options_.read_timeout_ms = options_.write_timeout_ms =
+        options_.idle_timeout_ms = 300;
   }
   std::string address() const { return "unix:" + path(); }
   std::string path() const { return dir_ / "fcgi.sock"; }
@@ -95,14 +93,11 @@ TEST_F(FcgiServerTest, OneThreadServesTwoConnectionsTakingTurns) {
       serveOne(server, s);
   });
   // b's request waits in the epoll set while a's is served, and the other way round.
-  b.send(get(1));
-  EXPECT_EQ(b.read().end_status, 0);
-  a.send(get(1));
-  EXPECT_EQ(a.read().end_status, 0);
-  b.send(get(2));
-  EXPECT_EQ(b.read().end_status, 0);
-  a.send(get(2));
-  EXPECT_EQ(a.read().end_status, 0);
+  for (int id : {1, 2})
+    for (Client* client : {&b, &a}) {
+      client->send(get(id));
+      EXPECT_EQ(client->read().end_status, 0);
+    }
   host.join();
 }
 
