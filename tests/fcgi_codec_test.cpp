@@ -27,18 +27,22 @@ std::string hex(const std::string& bytes) {
   return out;
 }
 
-// Everything the codec holds after its input, as one line.
+// Everything the codec holds after its input, as one line; after an error, the error and any
+// replies.
 std::string state(Codec& codec) {
-  if (codec.failed()) return "error: " + codec.error();
   std::ostringstream out;
-  out << (codec.idle() ? "idle" : codec.requestReady() ? "ready" : "reading");
-  if (codec.requestReady()) {
-    out << " id=" << codec.requestId() << (codec.keepConnection() ? " keep" : "");
-    for (const auto& p : codec.params())
-      out << " [" << p.first << "=" << p.second << "]";
-    out << " stdin=" << codec.stdinData() << (codec.stdinEnded() ? " ended" : "");
+  if (codec.failed()) {
+    out << "error: " << codec.error();
+  } else {
+    out << (codec.idle() ? "idle" : codec.requestReady() ? "ready" : "reading");
+    if (codec.requestReady()) {
+      out << " id=" << codec.requestId() << (codec.keepConnection() ? " keep" : "");
+      for (const auto& p : codec.params())
+        out << " [" << p.first << "=" << p.second << "]";
+      out << " stdin=" << codec.stdinData() << (codec.stdinEnded() ? " ended" : "");
+    }
+    if (codec.aborted()) out << " aborted";
   }
-  if (codec.aborted()) out << " aborted";
   if (!codec.replies().empty()) out << " replies=" << hex(codec.replies());
   return out.str();
 }
