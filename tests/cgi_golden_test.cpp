@@ -54,11 +54,7 @@ TEST_P(CgiGolden, Exchange) {
   {
     wsi::CgiHandle handle(envp.data(), posted, output);
     void* args[] = {&handle};
-    void* context = WSI_CreateContext("handle(0)", 9, args);
-    ASSERT_NE(nullptr, context);
-    wsi_test::runCalls(*static_cast<wsi::Handle*>(WSI_ContextGetHandle(context)),
-                       wsi_test::readFile(file("calls")));
-    WSI_DestroyContext(&context);
+    wsi_test::runExchange("handle(0)", args, wsi_test::readFile(file("calls")));
   }
   EXPECT_EQ(wsi_test::readFile(file("expected")), output.str());
   EXPECT_EQ(wsi_test::readFile(file("logged")), failures(log_.text()));
