@@ -22,7 +22,8 @@ namespace fs = std::filesystem;
 
 const fs::path kCases = fs::path(WSI_TEST_DATA) / "cgi_golden";
 
-// The failure messages of a log file, one a line as "function: text" (the line number left out).
+// The failure messages in the text of a log, one a line as "function: text" (the line number left
+// out).
 std::string failures(const std::string& log) {
   std::istringstream in(log);
   const std::regex head("^\\S+ err WSI\\[\\d+:\\d+\\] wsi/common/wsicgi:\\d+ ");
