@@ -53,10 +53,8 @@ TEST(CgiRequest, MapsVariablesAsTheStreamBackEndReadsTheSameRequest) {
     const wsi::CgiStreamRequest cgi(variables, input);
     EXPECT_EQ(expected, observed(cgi));
 
-    std::istringstream config(row[2]), posted;
-    std::ostringstream output;
-    const wsi::IosHandle stream(config, posted, output);
-    EXPECT_EQ(expected, observed(stream.Request()));
+    const wsi_test::Exchange stream(row[2]);
+    EXPECT_EQ(expected, observed(stream.handle.Request()));
 
     // Every variable is a server variable, unchanged; a repeated name keeps its last value.
     wsi::NameTable table;

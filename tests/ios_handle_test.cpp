@@ -13,15 +13,7 @@
 
 namespace {
 
-// One exchange over in-memory streams.
-struct Exchange {
-  std::istringstream config, posted;
-  std::ostringstream output;
-  wsi::IosHandle handle;
-
-  explicit Exchange(const std::string& text, const std::string& data = "")
-      : config(text), posted(data), handle(config, posted, output) {}
-};
+using wsi_test::Exchange;
 
 // The answer to a table row's question (see the table's head), "(absent)" for a missing name.
 std::string answer(const wsi::Request& r, const std::string& kind, const std::string& name) {

@@ -1,6 +1,6 @@
 // Helpers shared by the tests of the back ends: a scratch directory, whole-file reads and
-// writes, a logger of the test's own, a stream buffer that cannot flush, name tables as text, and
-// commands run through the shell.
+// writes, a logger of the test's own, an exchange over in-memory streams, a stream buffer that
+// cannot flush, name tables as text, and commands run through the shell.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
@@ -14,6 +14,7 @@
 #include <string>
 
 #include <wsi/interface.hpp>
+#include <wsi/ios_handle.hpp>
 #include <wx/log.hpp>
 
 namespace wsi_test {
@@ -75,6 +76,17 @@ class ScratchLog {
   TempDir dir_;
   std::string path_;
   int files_ = 0;
+};
+
+// One exchange over in-memory streams: a stream handle on the configuration `text` and the
+// posted `data`.
+struct Exchange {
+  std::istringstream config, posted;
+  std::ostringstream output;
+  wsi::IosHandle handle;
+
+  explicit Exchange(const std::string& text = "", const std::string& data = "")
+      : config(text), posted(data), handle(config, posted, output) {}
 };
 
 // A stream buffer whose flush always fails.
