@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/integration/web_servers.hpp"
+#include "web_servers.hpp"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tests/integration/server_process.hpp"
+#include "server_process.hpp"
 
 #include <arpa/inet.h>
 #include <errno.h>
@@ -11,12 +11,11 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
 #include <atomic>
 #include <stdexcept>
 #include <thread>
 
-#include "tests/ios_test_util.hpp"
+#include "ios_test_util.hpp"
 
 extern char** environ;
 

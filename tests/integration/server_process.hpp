@@ -5,7 +5,6 @@
 #define WSI_TESTS_INTEGRATION_SERVER_PROCESS_HPP
 
 #include <sys/types.h>
-
 #include <chrono>
 #include <string>
 #include <vector>

@@ -1,16 +1,16 @@
 // The harness that runs real servers: a whole process group stopped, a program that cannot start
 // reported, waiting for a listener, and a client's output and exit status.
-#include "tests/integration/server_process.hpp"
+#include "server_process.hpp"
 
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
 #include <thread>
 
-#include "tests/ios_test_util.hpp"
+#include <gtest/gtest.h>
+
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -1,7 +1,6 @@
-#include "tests/integration/web_servers.hpp"
+#include "web_servers.hpp"
 
 #include <sys/stat.h>
-
 #include <algorithm>
 #include <stdexcept>
 

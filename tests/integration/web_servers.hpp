@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/integration/server_process.hpp"
-#include "tests/ios_test_util.hpp"
+#include "ios_test_util.hpp"
+#include "server_process.hpp"
 
 namespace wsi_it {
 

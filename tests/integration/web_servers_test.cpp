@@ -1,10 +1,10 @@
 // The example host behind real nginx, lighttpd and Apache (FastCGI) and lighttpd's mod_cgi,
 // driven by curl: the same requests through every set-up, then what only nginx's upstream
 // handling can show (kept-alive connections, several hosts, a client that leaves).
-#include <gtest/gtest.h>
+#include "web_servers.hpp"
+
 #include <strings.h>
 #include <unistd.h>
-
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -12,8 +12,9 @@
 #include <sstream>
 #include <thread>
 
-#include "tests/data_table.hpp"
-#include "tests/integration/web_servers.hpp"
+#include <gtest/gtest.h>
+
+#include "data_table.hpp"
 
 namespace {
 
