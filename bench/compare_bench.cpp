@@ -43,6 +43,7 @@ namespace {
 unsigned long g_news = 0;
 unsigned long g_mallocs = 0;
 unsigned long g_syscalls = 0;
+unsigned long g_writes = 0;
 }  // namespace
 
 // The replacements must be seen by the shared libraries, whatever the default visibility.
@@ -74,14 +75,17 @@ COUNTED ssize_t read(int fd, void* buf, std::size_t n) {
 }
 COUNTED ssize_t write(int fd, const void* buf, std::size_t n) {
   ++g_syscalls;
+  ++g_writes;
   return syscall(SYS_write, fd, buf, n);
 }
 COUNTED ssize_t writev(int fd, const struct iovec* iov, int n) {
   ++g_syscalls;
+  ++g_writes;
   return syscall(SYS_writev, fd, iov, n);
 }
 COUNTED ssize_t send(int fd, const void* buf, std::size_t n, int flags) {
   ++g_syscalls;
+  ++g_writes;
   return syscall(SYS_sendto, fd, buf, n, flags, nullptr, 0);
 }
 COUNTED ssize_t recv(int fd, void* buf, std::size_t n, int flags) {
@@ -128,28 +132,33 @@ namespace {
 class Counted {
  public:
   explicit Counted(benchmark::State& state)
-      : state_(state), news_(g_news), mallocs_(g_mallocs), syscalls_(g_syscalls) {}
+      : state_(state),
+        news_(g_news),
+        mallocs_(g_mallocs),
+        syscalls_(g_syscalls),
+        writes_(g_writes) {}
   ~Counted() {
     const double n = static_cast<double>(state_.iterations() ? state_.iterations() : 1);
     state_.counters["new"] = static_cast<double>(g_news - news_) / n;
     state_.counters["malloc"] = static_cast<double>(g_mallocs - mallocs_) / n;
     state_.counters["syscalls"] = static_cast<double>(g_syscalls - syscalls_) / n;
+    state_.counters["writes"] = static_cast<double>(g_writes - writes_) / n;
   }
 
  private:
   benchmark::State& state_;
-  unsigned long news_, mallocs_, syscalls_;
+  unsigned long news_, mallocs_, syscalls_, writes_;
 };
 
 // Leaves the calls made inside its scope out of the counts: the web server's side of a round
 // trip is not the host's cost.
 class Uncounted {
  public:
-  Uncounted() : news_(g_news), mallocs_(g_mallocs), syscalls_(g_syscalls) {}
-  ~Uncounted() { g_news = news_, g_mallocs = mallocs_, g_syscalls = syscalls_; }
+  Uncounted() : news_(g_news), mallocs_(g_mallocs), syscalls_(g_syscalls), writes_(g_writes) {}
+  ~Uncounted() { g_news = news_, g_mallocs = mallocs_, g_syscalls = syscalls_, g_writes = writes_; }
 
  private:
-  unsigned long news_, mallocs_, syscalls_;
+  unsigned long news_, mallocs_, syscalls_, writes_;
 };
 
 // The web server's side: sends `bytes` to `fd`, uncounted.
@@ -923,6 +932,19 @@ void BM_Lin_ConfigQuery_floor(benchmark::State& state) {
 }
 BENCHMARK(BM_Lin_ConfigQuery_floor)->Apply(sizes);
 
+// The tables stay at one entry or grow by one, so these show the reader alone.
+void BM_Lin_ConfigOneName_wsi(benchmark::State& state) {
+  std::string config;
+  while (config.size() < static_cast<std::size_t>(state.range(0)))
+    config += "VARIABLE=value of the variable\n";
+  readConfigWsi(state, config);
+}
+BENCHMARK(BM_Lin_ConfigOneName_wsi)->Apply(sizes);
+void BM_Lin_ConfigHugeLine_wsi(benchmark::State& state) {
+  readConfigWsi(state, "DATA=" + std::string(static_cast<std::size_t>(state.range(0)), 'x'));
+}
+BENCHMARK(BM_Lin_ConfigHugeLine_wsi)->Apply(sizes);
+
 void BM_Lin_Query_wsi(benchmark::State& state) {
   const std::string query = manyPairs(static_cast<std::size_t>(state.range(0)));
   Counted counted(state);
@@ -970,11 +992,7 @@ class MemoryBuf : public std::streambuf {
   }
 };
 
-void BM_Lin_RecordBlock_wsi(benchmark::State& state) {
-  std::string block;
-  for (int i = 0; block.size() < static_cast<std::size_t>(state.range(0)); ++i)
-    block += qcotest::variable("VARIABLE_" + std::to_string(i), "value " + std::to_string(i));
-  block += "\x80";
+void readBlock(benchmark::State& state, const std::string& block) {
   qcotest::SocketPair sp;
   qco::QorvaConnector conn(sp.host);
   qcotest::sendAll(sp.peer, qcotest::message("\x80"));
@@ -988,7 +1006,22 @@ void BM_Lin_RecordBlock_wsi(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * block.size()));
 }
+
+void BM_Lin_RecordBlock_wsi(benchmark::State& state) {
+  std::string block;
+  for (int i = 0; block.size() < static_cast<std::size_t>(state.range(0)); ++i)
+    block += qcotest::variable("VARIABLE_" + std::to_string(i), "value " + std::to_string(i));
+  readBlock(state, block + "\x80");
+}
 BENCHMARK(BM_Lin_RecordBlock_wsi)->Apply(sizes);
+
+void BM_Lin_RecordBlockOneName_wsi(benchmark::State& state) {
+  std::string block;
+  while (block.size() < static_cast<std::size_t>(state.range(0)))
+    block += qcotest::variable("VARIABLE", "value of the variable");
+  readBlock(state, block + "\x80");
+}
+BENCHMARK(BM_Lin_RecordBlockOneName_wsi)->Apply(sizes);
 
 }  // namespace
 

@@ -70,9 +70,12 @@ def main():
         print(f"- streams back end: {flushes['flushes']:.0f} flushes reach the host's stream "
               "buffer (one per header line, one at the end)")
     if files:
-        print(f"- files back end: {files['syscalls']:.0f} read/write system calls a whole "
-              "exchange (reading the two input files included)")
-    print("- connector back end: see the round trip's system calls above")
+        print(f"- files back end: {files['writes']:.0f} write system calls to the response file "
+              f"({files['syscalls']:.0f} system calls with the reads of the two input files)")
+    trip = runs.get("BM_RoundTrip_wsi")
+    if trip:
+        print(f"- connector back end: {trip['writes']:.0f} sends to the web server "
+              f"({trip['syscalls']:.0f} system calls with poll and read)")
 
     print("\nLinearity (time for 1 KB, 10 KB, 100 KB, 1 MB of input; a step of 10 times the "
           "input may cost at most 12 times the time):\n")
