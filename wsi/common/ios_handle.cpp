@@ -3,6 +3,7 @@
 #include <wsi/ios_handle.hpp>
 
 #include <cctype>
+#include <cstring>
 #include <istream>
 #include <ostream>
 #include <string>
@@ -24,7 +25,8 @@ typedef wx::char_casing<char, wx::language::english> Casing;
 // Whether the whole of `name` equals `literal`, ignoring ASCII case. Names compare as C strings,
 // as the name tables do.
 bool nameIs(const std::string& name, const char* literal) {
-  return Casing::nocase_compare(name.c_str(), literal) == 0;
+  return wx::nocase_detail::compare_terminated(name.c_str(), name.size(), literal,
+                                               std::strlen(literal)) == 0;
 }
 
 // Whether `name` begins with the `n` characters of `literal`, ignoring ASCII case.
