@@ -37,8 +37,7 @@ bool nameBeginsWith(const std::string& name, const char* literal, unsigned long 
 // The percent-decoding of [begin, end) into a fresh string.
 std::string decoded(const char* begin, const char* end) {
   std::string out;
-  wx::basic_url_decoder<false, wx::encoding::host>()(out, begin,
-                                                     static_cast<unsigned long>(end - begin));
+  wx::url_decode_into<wx::basic_url_decoder<false, wx::encoding::host>>()(out, begin, end);
   return out;
 }
 
