@@ -144,21 +144,21 @@ void IosRequest::_parseConfigVar(const std::string& name, const std::string& val
 
   if (nameIs(name, "HTTP_URL")) {
     variables_["HTTP_URL"] = value;
-    const wx::url_query_pair parts(value);
+    wx::url_query_pair parts(value);
     std::string& url = variables_["URL"];
-    if (url.empty()) url = parts.first;
+    if (url.empty()) url.swap(parts.first);
     std::string& query = variables_["QUERY_STRING"];
-    if (query.empty()) query = parts.second;
+    if (query.empty()) query.swap(parts.second);
     return;
   }
 
   if (nameIs(name, "URL")) {
     std::string& http_url = variables_["HTTP_URL"];
     if (http_url.empty()) http_url = value;
-    const wx::url_query_pair parts(value);
-    variables_["URL"] = parts.first;
+    wx::url_query_pair parts(value);
+    variables_["URL"].swap(parts.first);
     std::string& query = variables_["QUERY_STRING"];
-    if (query.empty()) query = parts.second;
+    if (query.empty()) query.swap(parts.second);
     return;
   }
 
