@@ -400,57 +400,77 @@ struct FloorResponse {
   }
 };
 
-// The host's work on the request and the response, as every stream-exchange variant does it.
-const char* const kQueryLookups[] = {"item", "page", "utm_medium"};
-const char* const kHeaderLookups[] = {"user-agent", "cookie"};
+// The host's work on the request and the response, as every exchange does it: 3 query and 2
+// header look-ups; status, content type and 4 headers; a 64-byte body.
+const std::string kLookups[] = {"item", "page", "utm_medium", "user-agent", "cookie"};
 const std::pair<const char*, const char*> kResponseHeaders[] = {{"Cache-Control", "no-store"},
                                                                 {"X-Request-Id", "4711-2"},
                                                                 {"Set-Cookie", "seen=1; Path=/"},
                                                                 {"Vary", "Accept-Encoding"}};
 
+void lookUp(const wsi::Request& request) {
+  for (int i = 0; i < 3; ++i)
+    benchmark::DoNotOptimize(request.QueryArg(kLookups[i]));
+  for (int i = 3; i < 5; ++i)
+    benchmark::DoNotOptimize(request.HttpHeaders(kLookups[i]));
+}
+
+void respond(wsi::Response& response) {
+  response.setHttpStatus(wsi::Http::Ok);
+  response.setContentType("text/html");
+  for (const auto& h : kResponseHeaders)
+    response.setHttpHeader(h.first, h.second);
+  *response.beginWrite() << kBody;
+  benchmark::DoNotOptimize(response.endWrite());
+}
+
+void floorLookUp(const FloorRequest& request) {
+  for (int i = 0; i < 3; ++i)
+    benchmark::DoNotOptimize(request.query_args.lookup(kLookups[i]));
+  for (int i = 3; i < 5; ++i)
+    benchmark::DoNotOptimize(request.headers.lookup(kLookups[i]));
+}
+
+// One exchange through the C entry points with `spec` over `args`.
+void exchange(const char* spec, unsigned long len, void** args) {
+  void* context = WSI_CreateContext(spec, len, args);
+  wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  lookUp(handle->Request());
+  respond(handle->Response());
+  WSI_DestroyContext(&context);
+}
+
 // --- stream exchange ----------------------------------------------------------------------------
 
-void BM_Exchange_wsi(benchmark::State& state) {
-  static const char spec[] = "streams(0,1,2)";
-  std::ostringstream output;
-  const std::string keys[] = {"item", "page", "utm_medium", "user-agent", "cookie"};
+const char kStreams[] = "streams(0,1,2)";
+
+// The exchange into `output`, a reused stream whose buffer `clear` empties.
+template <class Clear>
+void streamExchanges(benchmark::State& state, std::ostream& output, Clear clear) {
   Counted counted(state);
   for (auto _ : state) {
     std::istringstream config(kConfig), posted;
-    output.str(std::string());
+    clear();
     void* args[3] = {&config, &posted, &output};
-    void* context = WSI_CreateContext(spec, sizeof spec - 1, args);
-    wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-    const wsi::Request& request = handle->Request();
-    for (int i = 0; i < 3; ++i)
-      benchmark::DoNotOptimize(request.QueryArg(keys[i]));
-    for (int i = 3; i < 5; ++i)
-      benchmark::DoNotOptimize(request.HttpHeaders(keys[i]));
-    wsi::Response& response = handle->Response();
-    response.setHttpStatus(wsi::Http::Ok);
-    response.setContentType("text/html");
-    for (const auto& h : kResponseHeaders)
-      response.setHttpHeader(h.first, h.second);
-    *response.beginWrite() << kBody;
-    benchmark::DoNotOptimize(response.endWrite());
-    WSI_DestroyContext(&context);
+    exchange(kStreams, sizeof kStreams - 1, args);
   }
+}
+
+void BM_Exchange_wsi(benchmark::State& state) {
+  std::ostringstream output;
+  streamExchanges(state, output, [&] { output.str(std::string()); });
 }
 BENCHMARK(BM_Exchange_wsi);
 
 void BM_Exchange_floor(benchmark::State& state) {
   std::ostringstream output;
-  const std::string keys[] = {"item", "page", "utm_medium", "user-agent", "cookie"};
   Counted counted(state);
   for (auto _ : state) {
     std::istringstream config(kConfig), posted;
     output.str(std::string());
     FloorRequest request;
     floorLoad(request, config);
-    for (int i = 0; i < 3; ++i)
-      benchmark::DoNotOptimize(request.query_args.lookup(keys[i]));
-    for (int i = 3; i < 5; ++i)
-      benchmark::DoNotOptimize(request.headers.lookup(keys[i]));
+    floorLookUp(request);
     FloorResponse response;
     response.status = 200;
     response.type = "text/html";
@@ -478,32 +498,15 @@ class CountingBuf : public std::stringbuf {
 
 // Flushes reaching the host's stream buffer per exchange (the "flushes" counter).
 void BM_Exchange_wsi_flushes(benchmark::State& state) {
-  static const char spec[] = "streams(0,1,2)";
   CountingBuf buf;
   std::ostream output(&buf);
-  Counted counted(state);
-  for (auto _ : state) {
-    std::istringstream config(kConfig), posted;
-    buf.str(std::string());
-    void* args[3] = {&config, &posted, &output};
-    void* context = WSI_CreateContext(spec, sizeof spec - 1, args);
-    wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-    wsi::Response& response = handle->Response();
-    response.setHttpStatus(wsi::Http::Ok);
-    response.setContentType("text/html");
-    for (const auto& h : kResponseHeaders)
-      response.setHttpHeader(h.first, h.second);
-    *response.beginWrite() << kBody;
-    benchmark::DoNotOptimize(response.endWrite());
-    WSI_DestroyContext(&context);
-  }
+  streamExchanges(state, output, [&] { buf.str(std::string()); });
   state.counters["flushes"] =
       static_cast<double>(buf.syncs) / static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_Exchange_wsi_flushes);
 
-// The file back end: the write system calls of one exchange land in the "syscalls" counter
-// (together with the reads of the two input files).
+// The file back end: the write system calls of one exchange land in the "writes" counter.
 void BM_Exchange_wsi_files(benchmark::State& state) {
   char dir[] = "/tmp/wsi_compare_XXXXXX";
   if (mkdtemp(dir) == nullptr) {
@@ -519,18 +522,8 @@ void BM_Exchange_wsi_files(benchmark::State& state) {
       "files(" + base + "/request.cfg*" + base + "/posted.dat*" + base + "/response.out)";
   {
     Counted counted(state);
-    for (auto _ : state) {
-      void* context = WSI_CreateContext(spec.c_str(), spec.size(), nullptr);
-      wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-      wsi::Response& response = handle->Response();
-      response.setHttpStatus(wsi::Http::Ok);
-      response.setContentType("text/html");
-      for (const auto& h : kResponseHeaders)
-        response.setHttpHeader(h.first, h.second);
-      *response.beginWrite() << kBody;
-      benchmark::DoNotOptimize(response.endWrite());
-      WSI_DestroyContext(&context);
-    }
+    for (auto _ : state)
+      exchange(spec.c_str(), spec.size(), nullptr);
   }
   for (const char* f : {"/request.cfg", "/posted.dat", "/response.out"})
     std::remove((base + f).c_str());
@@ -540,15 +533,9 @@ BENCHMARK(BM_Exchange_wsi_files);
 
 // --- query parser -------------------------------------------------------------------------------
 
-void BM_Query_wsi(benchmark::State& state) {
-  Counted counted(state);
-  for (auto _ : state) {
-    Ordered args;
-    wx::query_parser<wx::encoding::host>::type()(args, kQuery);
-    benchmark::DoNotOptimize(args.size());
-  }
+void wsiQuery(Ordered& args, const std::string& query) {
+  wx::query_parser<wx::encoding::host>::type()(args, query);
 }
-BENCHMARK(BM_Query_wsi);
 
 // Boost.URL: parse the query, then decode each pair into the same table (plus as blank).
 void boostQuery(Ordered& args, const std::string& query) {
@@ -567,23 +554,28 @@ void boostQuery(Ordered& args, const std::string& query) {
   }
 }
 
-void BM_Query_boost(benchmark::State& state) {
+// `parse` of `query` into a fresh table per iteration.
+void queries(benchmark::State& state, const std::string& query,
+             void (*parse)(Ordered&, const std::string&)) {
   Counted counted(state);
   for (auto _ : state) {
     Ordered args;
-    boostQuery(args, kQuery);
+    parse(args, query);
     benchmark::DoNotOptimize(args.size());
   }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * query.size()));
+}
+
+void BM_Query_wsi(benchmark::State& state) {
+  queries(state, kQuery, wsiQuery);
+}
+BENCHMARK(BM_Query_wsi);
+void BM_Query_boost(benchmark::State& state) {
+  queries(state, kQuery, boostQuery);
 }
 BENCHMARK(BM_Query_boost);
-
 void BM_Query_floor(benchmark::State& state) {
-  Counted counted(state);
-  for (auto _ : state) {
-    Ordered args;
-    floorQuery(args, kQuery);
-    benchmark::DoNotOptimize(args.size());
-  }
+  queries(state, kQuery, floorQuery);
 }
 BENCHMARK(BM_Query_floor);
 
@@ -687,34 +679,18 @@ std::string connectorRequest() {
   return qcotest::message(block + "\x80");
 }
 
-// The host's side of one exchange over the library's connector handle.
-void serveWsi(wsi::Handle& handle, const std::string* keys) {
-  const wsi::Request& request = handle.Request();
-  for (int i = 0; i < 3; ++i)
-    benchmark::DoNotOptimize(request.QueryArg(keys[i]));
-  for (int i = 3; i < 5; ++i)
-    benchmark::DoNotOptimize(request.HttpHeaders(keys[i]));
-  wsi::Response& response = handle.Response();
-  response.setHttpStatus(wsi::Http::Ok);
-  response.setContentType("text/html");
-  for (const auto& h : kResponseHeaders)
-    response.setHttpHeader(h.first, h.second);
-  *response.beginWrite() << kBody;
-  benchmark::DoNotOptimize(response.endWrite());
-}
-
 void BM_RoundTrip_wsi(benchmark::State& state) {
   qcotest::SocketPair sp;
   qco::QorvaConnector conn(sp.host);
   const std::string request = connectorRequest();
-  const std::string keys[] = {"item", "page", "utm_medium", "user-agent", "cookie"};
   std::string reply;
   Counted counted(state);
   for (auto _ : state) {
     peerSend(sp.peer, request);
     {
       wsi::QcoHandle handle(conn);
-      serveWsi(handle, keys);
+      lookUp(handle.Request());
+      respond(handle.Response());
     }
     readResponse(sp.peer, reply, wholeMessage);
   }
@@ -819,7 +795,6 @@ void putString(std::string& out, const std::string& s) {
 void BM_RoundTrip_floor(benchmark::State& state) {
   qcotest::SocketPair sp;
   const std::string request = connectorRequest();
-  const std::string keys[] = {"item", "page", "utm_medium", "user-agent", "cookie"};
   std::string in, reply, out;
   Counted counted(state);
   for (auto _ : state) {
@@ -848,10 +823,7 @@ void BM_RoundTrip_floor(benchmark::State& state) {
     r.url = r.variables["URL"];
     r.query_string = r.variables["QUERY_STRING"];
     floorQuery(r.query_args, r.query_string);
-    for (int i = 0; i < 3; ++i)
-      benchmark::DoNotOptimize(r.query_args.lookup(keys[i]));
-    for (int i = 3; i < 5; ++i)
-      benchmark::DoNotOptimize(r.headers.lookup(keys[i]));
+    floorLookUp(r);
     Ordered headers;
     for (const auto& h : kResponseHeaders)
       headers[h.first] = h.second;
@@ -946,25 +918,11 @@ void BM_Lin_ConfigHugeLine_wsi(benchmark::State& state) {
 BENCHMARK(BM_Lin_ConfigHugeLine_wsi)->Apply(sizes);
 
 void BM_Lin_Query_wsi(benchmark::State& state) {
-  const std::string query = manyPairs(static_cast<std::size_t>(state.range(0)));
-  Counted counted(state);
-  for (auto _ : state) {
-    Ordered args;
-    wx::query_parser<wx::encoding::host>::type()(args, query);
-    benchmark::DoNotOptimize(args.size());
-  }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * query.size()));
+  queries(state, manyPairs(static_cast<std::size_t>(state.range(0))), wsiQuery);
 }
 BENCHMARK(BM_Lin_Query_wsi)->Apply(sizes);
 void BM_Lin_Query_floor(benchmark::State& state) {
-  const std::string query = manyPairs(static_cast<std::size_t>(state.range(0)));
-  Counted counted(state);
-  for (auto _ : state) {
-    Ordered args;
-    floorQuery(args, query);
-    benchmark::DoNotOptimize(args.size());
-  }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * query.size()));
+  queries(state, manyPairs(static_cast<std::size_t>(state.range(0))), floorQuery);
 }
 BENCHMARK(BM_Lin_Query_floor)->Apply(sizes);
 
@@ -973,13 +931,7 @@ void BM_Lin_QueryOneName_wsi(benchmark::State& state) {
   std::string query("name=value");
   while (query.size() < static_cast<std::size_t>(state.range(0)))
     query += "&name=value";
-  Counted counted(state);
-  for (auto _ : state) {
-    Ordered args;
-    wx::query_parser<wx::encoding::host>::type()(args, query);
-    benchmark::DoNotOptimize(args.size());
-  }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * query.size()));
+  queries(state, query, wsiQuery);
 }
 BENCHMARK(BM_Lin_QueryOneName_wsi)->Apply(sizes);
 
