@@ -17,7 +17,7 @@ program=$build/bench/compare_bench
 json=$(mktemp)
 trap 'rm -f "$json"' EXIT
 taskset -c "${WSI_COMPARE_CPU:-1}" "$program" --benchmark_repetitions="${WSI_COMPARE_REPS:-7}" \
-  --benchmark_report_aggregates_only=true --benchmark_min_time=0.1 \
+  --benchmark_report_aggregates_only=true --benchmark_min_time=0.2 \
   --benchmark_out="$json" --benchmark_out_format=json >/dev/null 2>&1
 
 python3 "$(dirname "$0")/compare_table.py" "$json" | tee "$table"

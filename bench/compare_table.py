@@ -40,6 +40,7 @@ def main():
         ("Stream exchange", "BM_Exchange_wsi", "same-work floor", "BM_Exchange_floor", 1.30, 1.15),
         ("Query parser", "BM_Query_wsi", "Boost.URL", "BM_Query_boost", 0.85, None),
         ("Query parser", "BM_Query_wsi", "same-table floor", "BM_Query_floor", None, None),
+        ("Query parser", "BM_Query_wsi", "table alone", "BM_Query_tableOnly", None, None),
         ("Request set-up", "BM_Setup_wsi", "same-table floor", "BM_Setup_floor", 1.15, None),
         ("Request set-up", "BM_Setup_wsi", "cgicc", "BM_Setup_cgicc", None, None),
         ("Connector round trip", "BM_RoundTrip_wsi", "libfcgi", "BM_RoundTrip_libfcgi", 1.45, None),
@@ -62,6 +63,13 @@ def main():
                      f"{'met' if heap_ratio <= alloc_goal else 'NOT met'})")
         print(f"| {path} | {fmt_time(us(a))} | {anchor_name} | {fmt_time(us(b))} | "
               f"{ratio:.2f}{goal_text} | {heap} | {a['syscalls']:.0f} / {b['syscalls']:.0f} |")
+
+    table, ours, boost = (runs.get(n) for n in
+                          ("BM_Query_tableOnly", "BM_Query_wsi", "BM_Query_boost"))
+    if table and ours and boost:
+        print(f"\nQuery parsing without the table's share: wsi {us(ours) - us(table):.2f} µs, "
+              f"Boost.URL {us(boost) - us(table):.2f} µs, ratio "
+              f"{(us(ours) - us(table)) / (us(boost) - us(table)):.2f}.")
 
     flushes = runs.get("BM_Exchange_wsi_flushes")
     files = runs.get("BM_Exchange_wsi_files")
