@@ -4,7 +4,6 @@
 // families of every parser. Each benchmark reports heap calls (operator new, malloc) and system
 // calls (read, write, send, recv, poll and their vector forms) per operation, counted by the
 // replacements below. bench/compare.sh runs it pinned and prints the table of ratios.
-#include <benchmark/benchmark.h>
 #include <fcgiapp.h>
 #include <poll.h>
 #include <strings.h>
@@ -12,10 +11,6 @@
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
-
-#include <cgicc/CgiInput.h>
-#include <cgicc/Cgicc.h>
-#include <boost/url.hpp>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
@@ -30,12 +25,16 @@
 #include <utility>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+#include <boost/url.hpp>
+#include <cgicc/CgiInput.h>
+#include <cgicc/Cgicc.h>
+
 #include <qco/qco.hpp>
 #include <wsi/qco_handle.hpp>
 #include <wsi/wsi.hpp>
 #include <wx/url_parser.hpp>
-
-#include "tests/qco_test_util.hpp"
+#include "qco_test_util.hpp"
 
 // --- counting -----------------------------------------------------------------------------------
 

@@ -52,7 +52,8 @@ bool answer(wsi::Request& request, wsi::Response& response) {
   response.setHttpHeader("Content-Type", "text/plain; charset=utf-8");
   response.setHttpHeader("X-Wsi-Demo", "answered");
   response.setContentLength(page.size());
-  if (std::ostream* body = response.beginWrite()) *body << page;
+  std::ostream* body = response.beginWrite();
+  if (body != nullptr && request.Method() != wsi::Http::Head) *body << page;
   return response.endWrite();
 }
 

@@ -8,8 +8,9 @@
 namespace demo {
 
 // Reads the whole request (with its posted data) and answers with status 200, a plain-text page
-// that describes what the request carried, its length and the header "X-Wsi-Demo". Returns what
-// the response's endWrite() returns: whether the whole response reached its stream.
+// that describes what the request carried, its length and the header "X-Wsi-Demo" (for HEAD, no
+// page). Returns what the response's endWrite() returns: whether the whole response reached its
+// stream.
 bool answer(wsi::Request& request, wsi::Response& response);
 
 }  // namespace demo

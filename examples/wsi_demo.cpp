@@ -5,6 +5,8 @@
 //   wsi_demo --config request.cfg 'streams(0,1,2)' < posted.dat > response.txt
 //   wsi_demo --connector          (the web server's connection on descriptor $WSI_CONNECTOR_FD)
 //   wsi_demo --connector-fd N     (... on descriptor N)
+//   wsi_demo --cgi                (one CGI request: the environment, standard input and output)
+//   wsi_demo --fastcgi ADDRESS [--threads N]   (a FastCGI responder, until SIGTERM or SIGINT)
 //
 // The pointer array handed to the library holds, at index 0, the configuration file named by
 // --config; at 1, standard input (the posted data); at 2, standard output (the response).
@@ -16,8 +18,10 @@
 #include <string>
 
 #include <wsi/wsi.hpp>
+#include "demo_routes.hpp"
+#include "fastcgi_host.hpp"
 
-#include "demo_page.hpp"
+extern char** environ;
 
 namespace {
 
@@ -29,7 +33,13 @@ const char kUsage[] =
     "       written to standard output (index 2).\n"
     "usage: wsi_demo --connector | --connector-fd N\n"
     "  Serves requests over the connector on descriptor $WSI_CONNECTOR_FD (or N), one handle\n"
-    "  each, lent with 'handle(0)', until the web server ends the connection.\n";
+    "  each, lent with 'handle(0)', until the web server ends the connection.\n"
+    "usage: wsi_demo --cgi\n"
+    "  Serves one CGI request: the variables from the environment, the posted data from\n"
+    "  standard input, the response to standard output.\n"
+    "usage: wsi_demo --fastcgi ADDRESS [--threads N]\n"
+    "  Serves FastCGI requests on ADDRESS (unix:PATH, tcp:HOST:PORT, fd:N or systemd) from N\n"
+    "  threads (1 to 256, default 1) until SIGTERM or SIGINT.\n";
 
 // Why the library refused the arguments of `spec`: the C entry points only say that they did,
 // the context itself says why.
@@ -59,9 +69,8 @@ int serve(const std::string& spec, void** args) {
               << kUsage;
     return 2;
   }
-  const bool complete = demo::answer(handle->Request(), handle->Response());
+  const bool complete = demo::respond(handle->Request(), handle->Response());
   WSI_DestroyContext(&context);
-  if (!complete) std::cerr << "wsi_demo: the response did not reach its output completely\n";
   return complete ? 0 : 1;
 }
 
@@ -77,7 +86,7 @@ int serveConnection(int fd) {
     void* context = WSI_CreateContext("handle(0)", 9, args);
     if (context == nullptr) return 1;
     wsi::Handle* lent = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-    demo::answer(lent->Request(), lent->Response());
+    demo::respond(lent->Request(), lent->Response());
     WSI_DestroyContext(&context);
   }
   const int code = connector.lastError();
@@ -85,6 +94,27 @@ int serveConnection(int fd) {
   std::cerr << "wsi_demo: the connection failed with error " << code << " ("
             << qco::QorvaConnector::ErrorNameOf(code) << ")\n";
   return 1;
+}
+
+// Serves one CGI request over a handle lent with "handle(0)". Exit status 0 when the response
+// was completed, 1 otherwise.
+int serveCgi() {
+  wsi::CgiHandle handle(environ, std::cin, std::cout);
+  void* args[1] = {&handle};
+  void* context = WSI_CreateContext("handle(0)", 9, args);
+  if (context == nullptr) return 1;
+  wsi::Handle* lent = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  const bool complete = demo::respond(lent->Request(), lent->Response());
+  WSI_DestroyContext(&context);
+  return complete ? 0 : 1;
+}
+
+// The thread count of "--threads N" at argv[i], or 0 when it is not one.
+unsigned threadCount(int argc, char** argv, int i) {
+  if (argc != i + 2 || std::strcmp(argv[i], "--threads") != 0) return 0;
+  char* end = nullptr;
+  const long n = std::strtol(argv[i + 1], &end, 10);
+  return *end == '\0' && n >= 1 && n <= 256 ? static_cast<unsigned>(n) : 0;
 }
 
 // The descriptor that the connector options name, or -1.
@@ -101,6 +131,13 @@ int connectorDescriptor(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && std::strcmp(argv[1], "--cgi") == 0) return serveCgi();
+  if (argc > 2 && std::strcmp(argv[1], "--fastcgi") == 0) {
+    const unsigned threads = argc == 3 ? 1 : threadCount(argc, argv, 3);
+    if (threads > 0) return demo::serveFastCgi(argv[2], threads);
+    std::cerr << kUsage;
+    return 2;
+  }
   if (argc > 1 && std::strncmp(argv[1], "--connector", 11) == 0) {
     const int fd = connectorDescriptor(argc, argv);
     if (fd >= 0) return serveConnection(fd);

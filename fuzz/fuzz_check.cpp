@@ -53,7 +53,10 @@ void checkRequest(const wsi::Request& request) {
   FUZZ_CHECK(http_url != nullptr && *http_url == request.HttpURL());
   FUZZ_CHECK(url != nullptr && *url == request.URL());
   FUZZ_CHECK(query != nullptr && *query == request.QueryString());
+  checkTables(request);
+}
 
+void checkTables(const wsi::Request& request) {
   checkQueryArgs(request.QueryArgs_begin(), request.QueryArgs_end(), request.QueryString());
   checkLookups(request.QueryArgs_begin(), request.QueryArgs_end(),
                [&](const std::string& name) { return request.QueryArg(name); });

@@ -25,6 +25,10 @@ bool hasLineFeed(const std::string& text);
 void checkQueryArgs(wsi::OrderedNameTable::const_iterator begin,
                     wsi::OrderedNameTable::const_iterator end, const std::string& query);
 
+// What the tables of every request hold: the query arguments of QueryString(), and look-ups
+// that find every entry that the iterators list, with its value.
+void checkTables(const wsi::Request& request);
+
 // What every request that was read holds: the server variables behind HttpURL(), URL() and
 // QueryString() with the same texts, the query arguments of QueryString(), and look-ups that find
 // every entry that the iterators list, with its value.

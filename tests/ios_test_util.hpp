@@ -1,13 +1,15 @@
-// Helpers shared by the tests of the stream and file back ends: a scratch directory, whole-file
-// reads and writes, and name tables as text.
+// Helpers shared by the tests of the back ends: a scratch directory, whole-file reads and
+// writes, a stream buffer that cannot flush, name tables as text, and commands run through the
+// shell.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
 #include <stdlib.h>
-
+#include <sys/wait.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -46,6 +48,11 @@ inline void writeFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios_base::binary) << content;
 }
 
+// A stream buffer whose flush always fails.
+struct FailingSync : std::stringbuf {
+  int sync() override { return -1; }
+};
+
 // The entries from `it` to `end` as "name=value;" texts, in the table's own order.
 template <class Iterator>
 std::string entries(Iterator it, Iterator end) {
@@ -53,6 +60,19 @@ std::string entries(Iterator it, Iterator end) {
   for (; it != end; ++it)
     text += it->first + "=" + it->second + ";";
   return text;
+}
+
+// `s` as one word for the shell; `s` holds no single quote.
+inline std::string shellQuoted(const std::string& s) {
+  return "'" + s + "'";
+}
+
+// Runs `command` through the shell with its standard output going to the file `out` and its
+// errors to `err`; its exit status, or -1 when it did not exit.
+inline int runShell(const std::string& command, const std::string& out, const std::string& err) {
+  const int status =
+      std::system((command + " >" + shellQuoted(out) + " 2>" + shellQuoted(err)).c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace wsi_test

@@ -26,6 +26,11 @@ void _dumpMap(std::ostream& os, const char* title, const OrderedNameTable& map) 
   dumpEntries(os, title, map.begin(), map.end());
 }
 
+void _dumpList(std::ostream& os, const char* title,
+               const std::vector<std::pair<std::string, std::string>>& list) {
+  dumpEntries(os, title, list.begin(), list.end());
+}
+
 void _dumpServerVariables(std::ostream& os, const NameTable& map) {
   dumpEntries(os, "Server Variable(s):", map.begin(), map.end());
 }
@@ -43,16 +48,29 @@ void _dumpRequestState(std::ostream& os, Http::MethodId method, const std::strin
   _dumpServerVariables(os, variables);
 }
 
-void _dumpResponseState(std::ostream& os, Http::Status status, const std::string& type,
-                        const std::string& encoding, bool lengthSet, unsigned long length,
-                        bool headersSent, const OrderedNameTable& headers) {
+void _dumpResponseSettings(std::ostream& os, Http::Status status, const std::string& type,
+                           const std::string& encoding, bool lengthSet, unsigned long length,
+                           bool headersSent) {
   os << "HttpStatus=" << static_cast<int>(status) << ' '
      << Http::StatusDesc<wx::encoding::host>(status) << std::endl;
   os << "ContentType=" << type << std::endl;
   os << "ContentEncoding=" << encoding << std::endl;
   if (lengthSet) os << "ContentLength=" << length << std::endl;
   os << "HeadersSent=" << std::boolalpha << headersSent << std::noboolalpha << std::endl;
+}
+
+void _dumpResponseState(std::ostream& os, Http::Status status, const std::string& type,
+                        const std::string& encoding, bool lengthSet, unsigned long length,
+                        bool headersSent, const OrderedNameTable& headers) {
+  _dumpResponseSettings(os, status, type, encoding, lengthSet, length, headersSent);
   _dumpMap(os, "HTTP Header(s):", headers);
+}
+
+void _dumpExchange(std::ostream& os, const Request& request, const Response& response) {
+  os << "[IN]" << std::endl;
+  request._dump(os);
+  os << "[OUT]" << std::endl;
+  response._dump(os);
 }
 
 }  // namespace wsi

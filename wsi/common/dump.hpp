@@ -4,6 +4,8 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <wsi/http.hpp>
 #include <wsi/interface.hpp>
@@ -14,6 +16,10 @@ namespace wsi {
 // "  [k] name=value" for each entry in order of first insertion, k counting from 1. Every line
 // ends with std::endl.
 void _dumpMap(std::ostream& os, const char* title, const OrderedNameTable& map);
+
+// The same block for a list of name/value pairs, numbered in list order.
+void _dumpList(std::ostream& os, const char* title,
+               const std::vector<std::pair<std::string, std::string>>& list);
 
 // The "Server Variable(s):" block: the same lines as _dumpMap, numbered in the table's name
 // order.
@@ -26,12 +32,20 @@ void _dumpRequestState(std::ostream& os, Http::MethodId method, const std::strin
                        const OrderedNameTable& queryArgs, const OrderedNameTable& headers,
                        const NameTable& variables);
 
-// The response lines common to both back ends: "HttpStatus=", "ContentType=",
-// "ContentEncoding=", "ContentLength=" when `lengthSet`, "HeadersSent=" (the flag as a word, with
-// boolalpha cleared right after it) and the header block.
+// The response lines before the header block: "HttpStatus=", "ContentType=", "ContentEncoding=",
+// "ContentLength=" when `lengthSet`, "HeadersSent=" (the flag as a word, with boolalpha cleared
+// right after it).
+void _dumpResponseSettings(std::ostream& os, Http::Status status, const std::string& type,
+                           const std::string& encoding, bool lengthSet, unsigned long length,
+                           bool headersSent);
+
+// The response lines common to both back ends: the settings above and the header block.
 void _dumpResponseState(std::ostream& os, Http::Status status, const std::string& type,
                         const std::string& encoding, bool lengthSet, unsigned long length,
                         bool headersSent, const OrderedNameTable& headers);
+
+// A handle's dump: "[IN]", the request's dump, "[OUT]", the response's dump.
+void _dumpExchange(std::ostream& os, const Request& request, const Response& response);
 
 }  // namespace wsi
 

@@ -1,13 +1,15 @@
 // The whole C++ interface of the web server interface: the object model, the HTTP vocabulary,
-// the stream, file and connector handles, the context and the C entry points.
+// the stream, file, connector and CGI handles, the context and the C entry points.
 #ifndef WSI_WSI_HPP
 #define WSI_WSI_HPP
 
-#include <wsi/wsi.h>
+#include <wsi/cgi_handle.hpp>
 #include <wsi/context.hpp>
+#include <wsi/fcgi_server.hpp>
 #include <wsi/http.hpp>
 #include <wsi/interface.hpp>
 #include <wsi/ios_handle.hpp>
 #include <wsi/qco_handle.hpp>
+#include <wsi/wsi.h>
 
 #endif  // WSI_WSI_HPP

@@ -1,0 +1,100 @@
+// Golden exchanges: the case directories, and the "calls" text of a case, what the host does on
+// the exchange, one call a line (tests/data/golden/README.md describes the words).
+#ifndef WSI_TESTS_GOLDEN_CALLS_HPP
+#define WSI_TESTS_GOLDEN_CALLS_HPP
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <wsi/wsi.hpp>
+
+namespace wsi_test {
+
+// Splits "NAME: VALUE" at its first ':' and drops one blank after it.
+inline std::pair<std::string, std::string> headerOf(const std::string& arg) {
+  const std::string::size_type colon = std::min(arg.find(':'), arg.size());
+  const std::string value = arg.substr(std::min(colon + 1, arg.size()));
+  return std::make_pair(arg.substr(0, colon), value.substr(value.rfind(' ', 0) == 0 ? 1 : 0));
+}
+
+// Does one line of a case's "calls" text on the exchange of `handle`.
+inline void call(wsi::Handle& handle, const std::string& word, const std::string& arg) {
+  wsi::Response& r = handle.Response();
+  if (word == "status") {
+    r.setHttpStatus(static_cast<wsi::Http::Status>(std::stoi(arg)));
+  } else if (word == "type") {
+    r.setContentType(arg);
+  } else if (word == "encoding") {
+    r.setContentEncoding(arg);
+  } else if (word == "length") {
+    r.setContentLength(std::stoul(arg));
+  } else if (word == "header") {
+    ASSERT_NE(std::string::npos, arg.find(':'));
+    r.setHttpHeader(headerOf(arg).first, headerOf(arg).second);
+  } else if (word == "add") {
+    wsi::CgiResponse* cgi = dynamic_cast<wsi::CgiResponse*>(&r);
+    ASSERT_TRUE(cgi != nullptr) << "add needs a CGI response";
+    cgi->addHttpHeader(headerOf(arg).first, headerOf(arg).second);
+  } else if (word == "begin") {
+    r.beginWrite();
+  } else if (word == "body") {
+    if (std::ostream* os = r.beginWrite()) *os << arg << '\n';
+  } else if (word == "request") {
+    if (std::ostream* os = r.beginWrite()) handle.Request()._dump(*os);
+  } else if (word == "response") {
+    if (std::ostream* os = r.beginWrite()) r._dump(*os);
+  } else if (word == "posted") {
+    std::istream* in = handle.Request().beginRead();
+    std::ostream* os = r.beginWrite();
+    ASSERT_TRUE(in != nullptr && os != nullptr);
+    std::copy(std::istreambuf_iterator<char>(*in), std::istreambuf_iterator<char>(),
+              std::ostreambuf_iterator<char>(*os));
+    EXPECT_EQ(arg != "false", handle.Request().endRead());
+  } else if (word == "flush") {
+    r.flush();
+  } else if (word == "end") {
+    EXPECT_EQ(arg != "false", r.endWrite());
+  } else if (word == "close") {
+    r.close();
+  } else {
+    ADD_FAILURE() << "unknown call " << word;
+  }
+}
+
+// Does every line of `calls` on the exchange of `handle`; empty lines and lines that begin with
+// '#' are skipped.
+inline void runCalls(wsi::Handle& handle, const std::string& calls) {
+  std::istringstream lines(calls);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    SCOPED_TRACE(line);
+    const std::string::size_type blank = std::min(line.find(' '), line.size());
+    call(handle, line.substr(0, blank), line.substr(std::min(blank + 1, line.size())));
+  }
+}
+
+// The names of the case directories in `dir`, sorted.
+inline std::vector<std::string> caseNames(const std::filesystem::path& dir) {
+  std::vector<std::string> names;
+  for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(dir))
+    if (entry.is_directory()) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// A case's name as a test name: '-' becomes '_'.
+inline std::string caseTestName(const ::testing::TestParamInfo<std::string>& info) {
+  std::string name = info.param;
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
+}
+
+}  // namespace wsi_test
+
+#endif  // WSI_TESTS_GOLDEN_CALLS_HPP
