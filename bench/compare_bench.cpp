@@ -934,15 +934,6 @@ void BM_Lin_ConfigHugeLine_wsi(benchmark::State& state) {
 }
 BENCHMARK(BM_Lin_ConfigHugeLine_wsi)->Apply(sizes);
 
-void BM_Lin_Query_wsi(benchmark::State& state) {
-  queries(state, manyPairs(static_cast<std::size_t>(state.range(0))), wsiQuery);
-}
-BENCHMARK(BM_Lin_Query_wsi)->Apply(sizes);
-void BM_Lin_Query_floor(benchmark::State& state) {
-  queries(state, manyPairs(static_cast<std::size_t>(state.range(0))), floorQuery);
-}
-BENCHMARK(BM_Lin_Query_floor)->Apply(sizes);
-
 // One name over and over: the table stays at one entry, so this shows the parser alone.
 std::string oneNamePairs(std::size_t n) {
   std::string query("name=value");
@@ -950,14 +941,16 @@ std::string oneNamePairs(std::size_t n) {
     query += "&name=value";
   return query;
 }
-void BM_Lin_QueryOneName_wsi(benchmark::State& state) {
-  queries(state, oneNamePairs(static_cast<std::size_t>(state.range(0))), wsiQuery);
+
+// `parse` over the query that `make` builds of the benchmark's size.
+void BM_Lin_Query(benchmark::State& state, std::string (*make)(std::size_t),
+                  void (*parse)(Ordered&, const std::string&)) {
+  queries(state, make(static_cast<std::size_t>(state.range(0))), parse);
 }
-BENCHMARK(BM_Lin_QueryOneName_wsi)->Apply(sizes);
-void BM_Lin_QueryOneName_floor(benchmark::State& state) {
-  queries(state, oneNamePairs(static_cast<std::size_t>(state.range(0))), floorQuery);
-}
-BENCHMARK(BM_Lin_QueryOneName_floor)->Apply(sizes);
+BENCHMARK_CAPTURE(BM_Lin_Query, wsi, manyPairs, wsiQuery)->Apply(sizes);
+BENCHMARK_CAPTURE(BM_Lin_Query, floor, manyPairs, floorQuery)->Apply(sizes);
+BENCHMARK_CAPTURE(BM_Lin_Query, oneName_wsi, oneNamePairs, wsiQuery)->Apply(sizes);
+BENCHMARK_CAPTURE(BM_Lin_Query, oneName_floor, oneNamePairs, floorQuery)->Apply(sizes);
 
 // An iostream over bytes in memory, read in place.
 class MemoryBuf : public std::streambuf {

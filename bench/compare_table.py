@@ -89,7 +89,7 @@ def main():
           "input may cost at most 12 times the time):\n")
     print("| Family | 1 KB | 10 KB | 100 KB | 1 MB | worst step |")
     print("|---|---|---|---|---|---|")
-    families = sorted({name.split("/")[0] for name in runs if name.startswith("BM_Lin_")})
+    families = sorted({name.rsplit("/", 1)[0] for name in runs if name.startswith("BM_Lin_")})
     for family in families:
         times = [runs.get(f"{family}/{n}") for n in (1000, 10000, 100000, 1000000)]
         if any(t is None for t in times):
