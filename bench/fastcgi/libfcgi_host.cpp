@@ -21,7 +21,7 @@
 
 #include <wsi/cgi_handle.hpp>
 
-#include "examples/demo_routes.hpp"
+#include "demo_routes.hpp"
 
 namespace {
 

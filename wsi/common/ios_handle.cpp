@@ -1,6 +1,7 @@
 // The stream and file back ends: the request-configuration reader, the HTTP response writer and
 // the two handles that own them.
 #include <cctype>
+#include <cstring>
 #include <istream>
 #include <ostream>
 #include <string>
@@ -22,7 +23,8 @@ typedef wx::char_casing<char, wx::language::english> Casing;
 // Whether the whole of `name` equals `literal`, ignoring ASCII case. Names compare as C strings,
 // as the name tables do.
 bool nameIs(const std::string& name, const char* literal) {
-  return Casing::nocase_compare(name.c_str(), literal) == 0;
+  return wx::nocase_detail::compare_terminated(name.c_str(), name.size(), literal,
+                                               std::strlen(literal)) == 0;
 }
 
 // Whether `name` begins with the `n` characters of `literal`, ignoring ASCII case.
@@ -33,8 +35,7 @@ bool nameBeginsWith(const std::string& name, const char* literal, unsigned long 
 // The percent-decoding of [begin, end) into a fresh string.
 std::string decoded(const char* begin, const char* end) {
   std::string out;
-  wx::basic_url_decoder<false, wx::encoding::host>()(out, begin,
-                                                     static_cast<unsigned long>(end - begin));
+  wx::url_decode_into<wx::basic_url_decoder<false, wx::encoding::host>>()(out, begin, end);
   return out;
 }
 
@@ -154,21 +155,21 @@ void IosRequest::_parseConfigVar(const std::string& name, const std::string& val
 
   if (nameIs(name, "HTTP_URL")) {
     variables_["HTTP_URL"] = value;
-    const wx::url_query_pair parts(value);
+    wx::url_query_pair parts(value);
     std::string& url = variables_["URL"];
-    if (url.empty()) url = parts.first;
+    if (url.empty()) url.swap(parts.first);
     std::string& query = variables_["QUERY_STRING"];
-    if (query.empty()) query = parts.second;
+    if (query.empty()) query.swap(parts.second);
     return;
   }
 
   if (nameIs(name, "URL")) {
     std::string& http_url = variables_["HTTP_URL"];
     if (http_url.empty()) http_url = value;
-    const wx::url_query_pair parts(value);
-    variables_["URL"] = parts.first;
+    wx::url_query_pair parts(value);
+    variables_["URL"].swap(parts.first);
     std::string& query = variables_["QUERY_STRING"];
-    if (query.empty()) query = parts.second;
+    if (query.empty()) query.swap(parts.second);
     return;
   }
 

@@ -10,10 +10,10 @@ namespace wsi {
 
 // Strict weak ordering of strings by the English case-insensitive compare. The strings are
 // compared as C strings: bytes after an embedded NUL are ignored, so "abc" and "ABC\0x" are one
-// name.
+// name. The compare is the English nocase_compare, inlined.
 struct less_nocase_eng {
   bool operator()(const std::string& a, const std::string& b) const {
-    return wx::char_casing<char, wx::language::english>::nocase_compare(a.c_str(), b.c_str()) == -1;
+    return wx::nocase_detail::compare_terminated(a.c_str(), a.size(), b.c_str(), b.size()) == -1;
   }
 };
 

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <tuple>
 #include <utility>
 
 namespace wx {
@@ -77,15 +78,9 @@ class map_ordered {
 
   // The value of `key`, inserted empty first when no key compares equal to it. An existing key
   // keeps its spelling and its position.
-  V& operator[](const K& key) {
-    typename values_type::iterator it = values_.lower_bound(key);
-    if (it != values_.end() && !values_.key_comp()(key, it->first)) return it->second;
-    it = values_.insert(it, value_type(key, V()));
-    const index_type index = next_index_++;
-    order_.insert(order_.end(), typename order_type::value_type(index, key));
-    index_of_key_.insert(typename index_of_key_type::value_type(key, index));
-    return it->second;
-  }
+  V& operator[](const K& key) { return findOrInsert(key); }
+  // The same; a new key is moved into the last of its three copies.
+  V& operator[](K&& key) { return findOrInsert(std::move(key)); }
 
   // The stored value of `key`, or null when absent. Never inserts.
   const V* lookup(const K& key) const {
@@ -99,6 +94,20 @@ class map_ordered {
   bool empty() const { return values_.empty(); }
 
  private:
+  // Finds `key` in the values, or inserts it into the values, the order and the index of keys,
+  // in that order, each copy built in place.
+  template <class Key>
+  V& findOrInsert(Key&& key) {
+    typename values_type::iterator it = values_.lower_bound(key);
+    if (it != values_.end() && !values_.key_comp()(key, it->first)) return it->second;
+    it = values_.emplace_hint(it, std::piecewise_construct, std::forward_as_tuple(key),
+                              std::forward_as_tuple());
+    const index_type index = next_index_++;
+    order_.emplace_hint(order_.end(), index, key);
+    index_of_key_.emplace(std::forward<Key>(key), index);
+    return it->second;
+  }
+
   values_type values_;
   index_type next_index_;
   order_type order_;

@@ -24,6 +24,23 @@ struct WX_API basic_url_decoder {
 template <encoding::Encoding E>
 using url_plus_decoder = basic_url_decoder<true, E>;
 
+// Appends the decoding of [begin, end) by Decoder to `out`. Bytes before the first '%' (and,
+// for a decoder that turns '+' into a blank, the first '+') decode to themselves, so they are
+// copied and the decoder is called only from there on; a text without one costs no call.
+template <class Decoder>
+struct url_decode_into;
+
+template <bool Plus, encoding::Encoding E>
+struct url_decode_into<basic_url_decoder<Plus, E>> {
+  void operator()(std::string& out, const char* begin, const char* end) const {
+    const char* p = begin;
+    while (p != end && *p != '%' && !(Plus && *p == '+'))
+      ++p;
+    out.append(begin, p);
+    if (p != end) basic_url_decoder<Plus, E>()(out, p, static_cast<unsigned long>(end - p));
+  }
+};
+
 extern template struct basic_url_decoder<true, encoding::host>;
 extern template struct basic_url_decoder<false, encoding::host>;
 extern template struct basic_url_decoder<true, encoding::connector>;

@@ -2,7 +2,6 @@
 #ifndef WX_URL_PARSER_HPP
 #define WX_URL_PARSER_HPP
 
-#include <list>
 #include <string>
 #include <utility>
 
@@ -66,27 +65,28 @@ class url_parser {
 
   // Adds the pairs of `query` to `args` in the order of the text and returns `args`. A name
   // given twice (as the map compares names) keeps its first position and spelling and takes
-  // the last value. Entries already in `args` stay. Linear in the length of the query.
+  // the last value. Entries already in `args` stay. Each pair is decoded once and its value
+  // swapped into the map as soon as it is decoded, so the result is that of collecting every
+  // pair first and storing them in order afterwards. Linear in the length of the query.
   template <class Map>
   Map& operator()(Map& args, const std::string& query) const {
     if (query.empty()) return args;
-    std::list<record_type> records;
     const char* const end = query.data() + query.size();
     const char* piece = query.data();
+    // One record for all pairs: the name keeps its buffer from pair to pair, and the value
+    // takes back the map's former (empty or replaced) value at each swap.
+    record_type record;
     for (;;) {
       const char* stop = piece;
       while (stop != end && !PairSep()(*stop))
         ++stop;
-      record_type record;
+      record.name.clear();
+      record.value.clear();
       decodePair(piece, stop, record);
-      // A record that would be dropped is never kept, so a text of separators alone costs no
-      // memory.
-      if (isKept(record)) records.push_back(std::move(record));
+      if (isKept(record)) args[record.name].swap(record.value);
       if (stop == end) break;
       piece = stop + 1;
     }
-    for (typename std::list<record_type>::iterator it = records.begin(); it != records.end(); ++it)
-      args[it->name].swap(it->value);
     return args;
   }
 
@@ -105,12 +105,12 @@ class url_parser {
     const char* name_begin = begin;
     const char* name_end = sep;
     NameStripper()(name_begin, name_end);
-    Decoder()(record.name, name_begin, static_cast<unsigned long>(name_end - name_begin));
+    url_decode_into<Decoder>()(record.name, name_begin, name_end);
     if (!record.has_separator) return;
     const char* value_begin = sep + 1;
     const char* value_end = end;
     ValueStripper()(value_begin, value_end);
-    Decoder()(record.value, value_begin, static_cast<unsigned long>(value_end - value_begin));
+    url_decode_into<Decoder>()(record.value, value_begin, value_end);
   }
 };
 
