@@ -89,6 +89,11 @@ const Case kCases[] = {
      begin(1) + params(2, pair("B", "2")) + params(1, "") + stdinRecord(3, "zz") +
          record(8, 1, "data") + stdinRecord(1, ""),
      "ready id=1 keep stdin= ended", kDefaultLimits},
+    {"records only a responder sends are ignored",
+     begin(1) + params(1, "") + record(3, 1, std::string(8, '\0')) + record(6, 1, "o") +
+         record(7, 1, "e") + record(10, 1, "") + record(11, 1, std::string(8, '\0')) +
+         stdinRecord(1, ""),
+     "ready id=1 keep stdin= ended", kDefaultLimits},
     {"second request on a busy connection",
      begin(1) + begin(2) + params(1, "") + stdinRecord(1, ""),
      "ready id=1 keep stdin= ended replies=" + kCantMpx2, kDefaultLimits},

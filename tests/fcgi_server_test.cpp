@@ -164,16 +164,19 @@ TEST_F(FcgiServerTest, ThreadsShareConnectionsUntilStopped) {
   EXPECT_EQ(served_count, 40);
 }
 
-TEST_F(FcgiServerTest, PostedDataThatDoesNotMatchItsLengthFailsTheRead) {
+TEST_F(FcgiServerTest, PostedDataIsCheckedAgainstItsLength) {
   wsi::FcgiServer server(address(), options_);
   struct Row {
     std::string input;
     std::string posted;
+    bool read_ok;
   } rows[] = {
-      {post(1, "abc", "5"), "abc"},   // fewer bytes than announced
-      {post(1, "abcdefg", "5"), ""},  // more bytes than announced
+      {post(1, "abcde", "5"), "abcde", true},
+      {post(1, "abc", "5"), "abc", false},   // fewer bytes than announced
+      {post(1, "abcdefg", "5"), "", false},  // more bytes than announced
+      {request(1, "", "abc"), "abc", true},  // no length: the stdin records tell the end
       {begin(1) + params(1, pair("CONTENT_LENGTH", "5")) + params(1, "") + stdinRecord(1, "ab"),
-       "ab"},  // never ended: the read times out
+       "ab", false},  // never ended: the read times out
   };
   for (const Row& row : rows) {
     Client client(path());
@@ -183,9 +186,43 @@ TEST_F(FcgiServerTest, PostedDataThatDoesNotMatchItsLengthFailsTheRead) {
     client.read();
     host.join();
     EXPECT_EQ(served.posted, row.posted);
-    EXPECT_FALSE(served.read_ok) << row.posted;
+    EXPECT_EQ(served.read_ok, row.read_ok) << row.posted;
   }
   EXPECT_NE(logged().find("no posted data within 300 ms"), std::string::npos);
+}
+
+TEST_F(FcgiServerTest, UnreadPostedDataIsDroppedUpToTheLimit) {
+  options_.max_drain_bytes = 16;
+  wsi::FcgiServer server(address(), options_);
+  std::thread host([&] {
+    for (int i = 0; i < 2; ++i) {
+      wsi::Handle* handle = server.accept();
+      *handle->Response().beginWrite() << "unread";
+      server.release(handle);
+    }
+  });
+  Client client(path());
+  client.send(post(1, std::string(16, 'a'), "16"));
+  EXPECT_EQ(client.read().end_status, 0);
+  client.send(post(2, std::string(17, 'a'), "17"));  // complete, but the connection closes
+  EXPECT_EQ(client.read().end_status, 0);
+  EXPECT_TRUE(client.closedWithin(2000));
+  host.join();
+}
+
+TEST_F(FcgiServerTest, AnswersManagementRecordsAndClosesOnBrokenProtocol) {
+  wsi::FcgiServer server(address(), options_);
+  std::thread host([&] { EXPECT_EQ(server.accept(), nullptr); });
+  Client client(path());
+  client.send(record(9, 0, pair("FCGI_MPXS_CONNS", "")) + record(1, 1, "short"));
+  std::string answer(32, '\0');
+  ASSERT_EQ(recv(client.fd(), &answer[0], answer.size(), MSG_WAITALL), 32);
+  EXPECT_EQ(answer, record(10, 0, pair("FCGI_MPXS_CONNS", "0"), 6));
+  EXPECT_TRUE(client.closedWithin(2000));
+  server.stop();
+  host.join();
+  EXPECT_NE(logged().find("the web server broke the protocol: a begin-request record of 5 bytes"),
+            std::string::npos);
 }
 
 TEST_F(FcgiServerTest, AnAbortedRequestEndsWithoutItsEndRecord) {
@@ -324,6 +361,16 @@ TEST(FcgiAddress, ListensOnTcpAndInheritedSockets) {
   EXPECT_THROW(wsi::FcgiServer{"fd:" + std::to_string(fd)},
                std::invalid_argument);  // not listening
   ASSERT_EQ(listen(fd, 4), 0);
+  // As systemd passes it: descriptor 3, named by LISTEN_FDS for the process LISTEN_PID.
+  const int saved = dup(3);
+  ASSERT_EQ(dup2(fd, 3), 3);
+  setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+  setenv("LISTEN_FDS", "1", 1);
+  EXPECT_NO_THROW(wsi::FcgiServer{"systemd"});  // closes descriptor 3
+  setenv("LISTEN_PID", "1", 1);
+  EXPECT_THROW(wsi::FcgiServer{"systemd"}, std::invalid_argument);  // meant for another process
+  unsetenv("LISTEN_PID");
+  if (saved >= 0) dup2(saved, 3), close(saved);
   EXPECT_NO_THROW(wsi::FcgiServer{"fd:" + std::to_string(fd)});  // closes it
 }
 

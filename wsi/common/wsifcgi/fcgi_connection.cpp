@@ -90,19 +90,23 @@ int Connection::receiveOnce() {
     n = ::recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT);
   while (n < 0 && errno == EINTR);
   if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
-  if (n < 0) return fail("receiving failed", errno), -1;
-  if (n == 0) {
+  // A reset between requests is a web server dropping a kept connection: an ordinary end.
+  const bool reset_when_idle = n < 0 && errno == ECONNRESET && codec_.idle();
+  if (n < 0 && !reset_when_idle) return fail("receiving failed", errno), -1;
+  if (n <= 0) {
     if (!codec_.idle()) return fail("the web server closed the connection inside a request", 0), -1;
     broken_ = true;
     if (plog_ && plog_->admits<7>())
       plog_->Log<7>(kLogSource, __LINE__, "wsi::fcgi::Connection", "Connection terminated.");
     return -1;
   }
-  if (!codec_.feed(buffer, static_cast<std::size_t>(n))) {
+  const bool fed = codec_.feed(buffer, static_cast<std::size_t>(n));
+  // Answers to the records before a protocol error still go out.
+  if (!codec_.replies().empty() && !send(nullptr, 0)) return -1;
+  if (!fed) {
     const std::string why = "the web server broke the protocol: " + codec_.error();
     return fail(why.c_str(), 0), -1;
   }
-  if (!codec_.replies().empty() && !send(nullptr, 0)) return -1;
   return 1;
 }
 

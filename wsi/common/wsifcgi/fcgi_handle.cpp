@@ -8,7 +8,10 @@ namespace wsi {
 FcgiRequest::FcgiRequest(const NameValueList& params, std::istream& postedData,
                          fcgi::StdinBuf& stdinBuf)
     : CgiRequest(params, postedData), stdin_buf_(stdinBuf) {
-  stdin_buf_.expect(_postedLength());
+  // FastCGI ends the posted data with a record of its own, so a request without CONTENT_LENGTH
+  // (a chunked upload passed on as it came) still has a known end.
+  const std::string* length = ServerVariables("CONTENT_LENGTH");
+  if (length != nullptr && !length->empty()) stdin_buf_.expect(_postedLength());
 }
 
 bool FcgiRequest::_postedDataComplete() const {

@@ -14,7 +14,7 @@
 namespace wsi {
 
 // A request built from the FastCGI parameters; its posted data is complete when the stdin
-// records ended with exactly CONTENT_LENGTH bytes.
+// records ended with exactly CONTENT_LENGTH bytes (with any number when it is absent or empty).
 class FcgiRequest : public CgiRequest {
  public:
   FcgiRequest(const NameValueList& params, std::istream& postedData, fcgi::StdinBuf& stdinBuf);

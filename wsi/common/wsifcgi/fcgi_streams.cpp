@@ -10,6 +10,7 @@ StdinBuf::StdinBuf(Connection& connection, std::uint64_t drain_limit)
     : connection_(connection),
       drain_limit_(drain_limit),
       expected_(0),
+      expected_known_(false),
       received_(0),
       ended_(false),
       failed_(false) {}
@@ -26,7 +27,7 @@ bool StdinBuf::fill() {
       buffer_.swap(arrived);
       arrived.clear();
       // More bytes than announced: the body is not what the request says it is.
-      if (buffer_.size() > expected_ - received_) failed_ = true;
+      if (expected_known_ && buffer_.size() > expected_ - received_) failed_ = true;
       if (failed_) break;
       received_ += buffer_.size();
       setg(&buffer_[0], &buffer_[0], &buffer_[0] + buffer_.size());
@@ -34,7 +35,7 @@ bool StdinBuf::fill() {
     }
     if (codec.stdinEnded()) {
       ended_ = true;
-      failed_ = received_ != expected_;
+      failed_ = expected_known_ && received_ != expected_;
       break;
     }
     if (!connection_.receiveWithin(connection_.options().read_timeout_ms, "posted data"))
@@ -56,7 +57,6 @@ bool StdinBuf::drain(std::uint64_t limit) {
     dropped += static_cast<std::uint64_t>(egptr() - gptr());
     setg(nullptr, nullptr, nullptr);
   }
-  if (!ended_ && !failed_) connection_.markBroken();  // more left than may be dropped
   return complete();
 }
 
@@ -99,6 +99,7 @@ StdoutBuf::int_type StdoutBuf::overflow(int_type c) {
 }
 
 int StdoutBuf::sync() {
+  if (hold_) return connection_.broken() ? -1 : 0;
   return sendBuffered(false) ? 0 : -1;
 }
 

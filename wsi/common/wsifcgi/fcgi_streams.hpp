@@ -14,17 +14,22 @@ namespace fcgi {
 
 // The posted data of the connection's current request. It ends at the empty stdin record; it
 // fails (ends early, and complete() is false) when the connection breaks first, the request is
-// aborted, or the byte count differs from the length the request announced.
+// aborted, or the byte count differs from the length the request announced, if it announced one.
 class StdinBuf : public std::streambuf {
  public:
   // `drain_limit` bounds what drain() drops.
   StdinBuf(Connection& connection, std::uint64_t drain_limit);
 
-  // Sets the number of bytes the request announced (none until it is set).
-  void expect(std::uint64_t length) { expected_ = length; }
+  // Sets the number of bytes the request announced. Without it the posted data is whatever
+  // arrives up to the empty stdin record.
+  void expect(std::uint64_t length) {
+    expected_ = length;
+    expected_known_ = true;
+  }
   std::uint64_t drainLimit() const { return drain_limit_; }
-  // Reads and drops what is left of the posted data, at most `limit` bytes; a longer rest breaks
-  // the connection. Returns whether the posted data then ended as it should (complete()).
+  // Reads and drops what is left of the posted data, at most `limit` bytes; after a longer rest
+  // ended() stays false, so the connection is not reused. Returns whether the posted data then
+  // ended as it should (complete()).
   bool drain(std::uint64_t limit);
   // Whether the empty stdin record arrived: the connection is in step for the next request.
   bool ended() const { return ended_; }
@@ -41,6 +46,7 @@ class StdinBuf : public std::streambuf {
   Connection& connection_;
   std::uint64_t drain_limit_;
   std::uint64_t expected_;
+  bool expected_known_;
   std::uint64_t received_;
   bool ended_;
   bool failed_;
