@@ -177,8 +177,12 @@ model=$(lscpu | awk -F: '/^Model name/ {gsub(/^ +/, "", $2); print $2; exit}')
   echo "them). \"goal met\": wsi answers at least 1.2 times libfcgi's requests per second with a"
   echo "lower p99 at the same thread count. A libfcgi thread waits on its kept-alive connection for"
   echo "the next request, so with more nginx connections than threads some requests wait until a"
-  echo "connection is given up: that shows in libfcgi's p99. The machine is shared with other"
-  echo "work; figures move by tens of percent between runs."
+  echo "connection is given up: that shows in libfcgi's p99, and as timeouts. wrk leaves requests"
+  echo "that time out (after 2 s) out of its latencies, so a cell with errors looks better than it"
+  echo "was. With 16 connections spread evenly, wsi's p50 is about 16 divided by its requests per"
+  echo "second; libfcgi serves a few connections quickly while others wait, which gives a low p50"
+  echo "and a long tail. The machine is shared with other work; figures move by tens of percent"
+  echo "between runs."
   echo
   table
 } >"$work/section.md"
