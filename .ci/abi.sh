@@ -5,12 +5,11 @@
 #   bash .ci/abi.sh            compares the library built from this tree with abi/libqvwsi.abi
 #   bash .ci/abi.sh --update   writes abi/libqvwsi.abi from the library built from this tree
 #
-# The library is built the same way every time, whatever the caller's environment: g++, Debug
-# with -g alone, no sanitizer, source paths recorded relative to the tree (so the baseline does
-# not depend on where the tree is checked out), in its own build directory (WSI_ABI_BUILD_DIR,
-# default build-ci-abi). abidw writes the interface that the exported names reach, without source
-# locations or paths, with type ids that hash the type, so the baseline changes only when the
-# interface does.
+# The library is built the same way every time, whatever the caller's environment (the preset
+# abi, in build-ci-abi): g++, Debug with -g alone, no sanitizer, source paths recorded relative
+# to the tree (so the baseline does not depend on where the tree is checked out). abidw writes
+# the interface that the exported names reach, without source locations or paths, with type ids
+# that hash the type, so the baseline changes only when the interface does.
 #
 # The check fails when abidiff reports an incompatible change (exit status bit 8: a name removed,
 # a virtual function moved, ...) or any change other than added names (a changed class layout, a
@@ -21,7 +20,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 baseline=abi/libqvwsi.abi
-build=${WSI_ABI_BUILD_DIR:-build-ci-abi}
+build=$root/build-ci-abi
 update=false
 case "${1-}" in
   --update) update=true ;;
@@ -39,17 +38,9 @@ for tool in abidw abidiff g++ gcc; do
   fi
 done
 
-# The fixed build: every flag that reaches the debug information is set here.
-prefix_map="-ffile-prefix-map=$root/="
-cmake -S "$root" -B "$build" \
-  -DCMAKE_BUILD_TYPE=Debug \
-  -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
-  -DCMAKE_C_FLAGS="$prefix_map" -DCMAKE_CXX_FLAGS="$prefix_map" \
-  -DCMAKE_C_FLAGS_DEBUG=-g -DCMAKE_CXX_FLAGS_DEBUG=-g \
-  -DWSI_SANITIZE= -DWSI_WERROR=OFF \
-  -DWSI_BUILD_TESTS=OFF -DWSI_BUILD_EXAMPLES=OFF -DWSI_BUILD_BENCH=OFF -DWSI_BUILD_FUZZ=OFF \
-  >/dev/null
-cmake --build "$build" -j2 --target qvwsi >/dev/null
+# The fixed build: the preset sets every flag that reaches the debug information.
+cmake --preset abi >/dev/null
+cmake --build --preset abi >/dev/null
 library=$build/libqvwsi.so
 
 if $update; then

@@ -1,27 +1,27 @@
 #!/usr/bin/env bash
-# Fuzzing, run by .ci/run (or alone: `bash .ci/fuzz.sh [BUILD_DIR]`). Builds the libFuzzer targets
-# of fuzz/ with clang (-fsanitize=fuzzer,address,undefined), replays each committed corpus, then
-# runs each target for WSI_FUZZ_SECONDS seconds (default 60) over a scratch copy of its corpus,
-# with its dictionary. Any crash, failed check, leak, timeout or out-of-memory stops the run with
-# a non-zero status and leaves the input under BUILD_DIR/artifacts. Each target's final stats
-# (executions per second, total executions) are printed, and a table of them at the end.
+# Fuzzing, run by .ci/run (or alone: `bash .ci/fuzz.sh`). Builds the libFuzzer targets of fuzz/
+# with clang (-fsanitize=fuzzer,address,undefined; the preset fuzz, in build-ci-fuzz), replays
+# each committed corpus, then runs each target for WSI_FUZZ_SECONDS seconds (default 60) over a
+# scratch copy of its corpus, with its dictionary. Any crash, failed check, leak, timeout or
+# out-of-memory stops the run with a non-zero status and leaves the input under
+# build-ci-fuzz/artifacts. Each target's final stats (executions per second, total executions)
+# are printed, and a table of them at the end.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
 root=$PWD
-build=${1:-$root/build-ci-fuzz}
+build=$root/build-ci-fuzz
 seconds=${WSI_FUZZ_SECONDS:-60}
 
 # target:max_len, the longest input each target is given: a specification string is short; a
 # connector request is framed and read through a socket; the field-based targets build long texts
-# from short inputs with runs.
+# from short inputs with runs; a multipart body needs room for several parts.
 targets=(spec:256 query:1024 header_rules:1024 request_config:2048 connector_request:4096
-         response_block:1024 cgi_environment:2048 fcgi_records:4096)
+         response_block:1024 cgi_environment:2048 fcgi_records:4096 form_urlencoded:1024
+         multipart:4096 cookies:1024)
 
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DWSI_BUILD_FUZZ=ON -DWSI_BUILD_TESTS=OFF -DWSI_BUILD_EXAMPLES=OFF -DWSI_WERROR=ON
-cmake --build "$build" -j2 --target fuzz_targets
+cmake --preset fuzz
+cmake --build --preset fuzz
 
 export ASAN_OPTIONS=detect_leaks=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# valgrind memcheck over the whole test suite: a plain g++ Debug build (no sanitizer, build
-# directory WSI_VALGRIND_BUILD_DIR, default build-ci-valgrind), every test run once under memcheck
+# valgrind memcheck over the whole test suite: a plain g++ Debug build (no sanitizer: the preset
+# valgrind, in build-ci-valgrind), every test run once under memcheck
 # with full leak checking. Any memory error, and any definitely or indirectly lost block, makes
 # valgrind exit with 1, so the test and this script fail.
 #
@@ -12,13 +12,10 @@ set -euo pipefail
 
 cd "$(dirname "$0")/.."
 root=$PWD
-build=${WSI_VALGRIND_BUILD_DIR:-build-ci-valgrind}
+build=$root/build-ci-valgrind
 
-cmake -S "$root" -B "$build" \
-  -DCMAKE_BUILD_TYPE=Debug \
-  -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
-  -DWSI_SANITIZE= -DWSI_BUILD_EXAMPLES=ON
-cmake --build "$build" -j2
+cmake --preset valgrind
+cmake --build --preset valgrind
 
 options="--leak-check=full --error-exitcode=1 --errors-for-leak-kinds=definite,indirect"
 options+=" --show-leak-kinds=definite,indirect --track-origins=yes --num-callers=30"

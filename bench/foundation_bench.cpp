@@ -1,10 +1,10 @@
 // Speed of the foundation pieces: the case-insensitive compare, the ordered name table, the
 // query parser and the response header rules.
-#include <benchmark/benchmark.h>
-
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include <benchmark/benchmark.h>
 
 #include <wsi/interface.hpp>
 #include <wx/char_casing.hpp>

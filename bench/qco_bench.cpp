@@ -1,17 +1,16 @@
 // Speed of the connector back end: the record block parser on a typical request and on 10,000
 // headers, one whole exchange over a socket pair, and requests per second over one kept-alive
 // connection with the web server's side on a thread of its own.
-#include <benchmark/benchmark.h>
-
 #include <iterator>
 #include <streambuf>
 #include <string>
 #include <thread>
 
+#include <benchmark/benchmark.h>
+
 #include <qco/qco.hpp>
 #include <wsi/qco_handle.hpp>
-
-#include "tests/qco_test_util.hpp"
+#include "qco_test_util.hpp"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Speed of the stream back end: one whole exchange through the C entry points, and the
 // request-configuration reader on a long configuration and on one very long line.
-#include <benchmark/benchmark.h>
-
 #include <iterator>
 #include <sstream>
 #include <string>
+
+#include <benchmark/benchmark.h>
 
 #include <wsi/wsi.hpp>
 

@@ -18,7 +18,6 @@
 #include <string>
 
 #include <wsi/wsi.hpp>
-
 #include "demo_routes.hpp"
 #include "fastcgi_host.hpp"
 

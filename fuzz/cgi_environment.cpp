@@ -16,7 +16,6 @@
 
 #include <wsi/cgi_handle.hpp>
 #include <wx/char_casing.hpp>
-
 #include "fuzz_check.hpp"
 
 namespace {

@@ -2,7 +2,6 @@
 #include "connector_pair.hpp"
 
 #include <sys/socket.h>
-
 #include <iterator>
 
 #include "fuzz_check.hpp"

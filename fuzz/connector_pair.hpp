@@ -8,8 +8,7 @@
 #include <vector>
 
 #include <qco/qco.hpp>
-
-#include "tests/qco_test_util.hpp"
+#include "qco_test_util.hpp"
 
 namespace fuzz {
 

@@ -16,7 +16,6 @@
 // not read sends no byte; a whole message is read and turned round without an error, a message
 // cut short ends in one; the same payload read a second time gives the same request.
 #include <pthread.h>
-
 #include <cstdint>
 #include <iterator>
 #include <sstream>
@@ -25,10 +24,9 @@
 
 #include <wsi/qco_handle.hpp>
 #include <wx/log.hpp>
-
 #include "connector_pair.hpp"
 #include "fuzz_check.hpp"
-#include "tools/peer_records.hpp"
+#include "peer_records.hpp"
 
 namespace {
 

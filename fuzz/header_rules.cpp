@@ -13,7 +13,6 @@
 #include <vector>
 
 #include <wsi/ios_handle.hpp>
-
 #include "fields.hpp"
 #include "fuzz_check.hpp"
 
@@ -61,8 +60,10 @@ class RecordingResponse : public wsi::Response {
   void _dump(std::ostream&) const override {}
 };
 
-// Whether `name` is `lower` (a lower-case header name) with any of its letters in upper case.
-bool isName(const std::string& name, const std::string& lower) {
+// Whether `name`, up to its first NUL byte, is `lower` (a lower-case header name) with any of its
+// letters in upper case.
+bool isName(const std::string& whole, const std::string& lower) {
+  const std::string name = whole.substr(0, whole.find('\0'));
   if (name.size() != lower.size()) return false;
   for (std::string::size_type i = 0; i < name.size(); ++i) {
     const char c =

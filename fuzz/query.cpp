@@ -11,7 +11,6 @@
 #include <wsi/interface.hpp>
 #include <wx/url_decoder.hpp>
 #include <wx/url_parser.hpp>
-
 #include "fuzz_check.hpp"
 
 namespace {

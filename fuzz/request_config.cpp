@@ -21,10 +21,9 @@
 #include <wsi/ios_handle.hpp>
 #include <wsi/qco_handle.hpp>
 #include <wx/char_casing.hpp>
-
 #include "connector_pair.hpp"
 #include "fuzz_check.hpp"
-#include "tools/peer_records.hpp"
+#include "peer_records.hpp"
 
 namespace {
 

@@ -18,11 +18,10 @@
 #include <vector>
 
 #include <wsi/qco_handle.hpp>
-
 #include "connector_pair.hpp"
 #include "fields.hpp"
 #include "fuzz_check.hpp"
-#include "tools/peer_records.hpp"
+#include "peer_records.hpp"
 
 namespace {
 

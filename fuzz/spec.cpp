@@ -22,7 +22,6 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
@@ -31,7 +30,6 @@
 #include <vector>
 
 #include <wsi/wsi.hpp>
-
 #include "fuzz_check.hpp"
 
 namespace {

@@ -1,11 +1,10 @@
 // The case-insensitive compare and the ordering of the name tables.
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include <wsi/less_nocase.hpp>
 #include <wx/char_casing.hpp>
-
 #include "data_table.hpp"
 
 namespace {

@@ -1,12 +1,12 @@
 // wsi_demo --cgi as a web server runs it: an environment, standard input and output, and the
 // message on standard error when a response cannot be completed.
-#include <gtest/gtest.h>
-
 #include <sstream>
 #include <string>
 
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include <gtest/gtest.h>
+
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

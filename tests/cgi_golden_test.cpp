@@ -1,8 +1,6 @@
 // Whole CGI exchanges: an environment and posted data in, the exact bytes of the response out,
 // and the failures logged, for every case of tests/data/cgi_golden (its README.md describes
 // them). The handle is lent to the C entry points with "handle(0)", as a host does.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -11,11 +9,12 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <wsi/wsi.hpp>
 #include <wx/log.hpp>
-
-#include "tests/golden_calls.hpp"
-#include "tests/ios_test_util.hpp"
+#include "golden_calls.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -2,11 +2,7 @@
 // the CONTENT_LENGTH rule, the environment split, and the posted data limited to CONTENT_LENGTH
 // bytes (never waiting for an end of file, never reading beyond).
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
-
-#include <ext/stdio_filebuf.h>
-
 #include <chrono>
 #include <future>
 #include <iterator>
@@ -14,10 +10,12 @@
 #include <string>
 #include <vector>
 
-#include <wsi/wsi.hpp>
+#include <ext/stdio_filebuf.h>
+#include <gtest/gtest.h>
 
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include <wsi/wsi.hpp>
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -1,13 +1,14 @@
 // The FastCGI record codec over byte strings: every case fed whole, in two pieces at every split
 // point and one byte at a time must end in the same state; the records it writes, byte for byte.
-#include <gtest/gtest.h>
+#include "wsi/common/wsifcgi/fcgi_codec.hpp"
 
 #include <cstdint>
 #include <sstream>
 #include <string>
 
-#include "tests/fcgi_client.hpp"
-#include "wsi/common/wsifcgi/fcgi_codec.hpp"
+#include <gtest/gtest.h>
+
+#include "fcgi_client.hpp"
 
 using namespace fcgitest;
 using wsi::fcgi::Codec;

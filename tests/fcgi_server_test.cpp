@@ -1,11 +1,9 @@
 // The FastCGI server over a Unix socket in a temporary folder, driven by the test's own FastCGI
 // client: keep-alive reuse, idle connections waiting without a thread, aborts, clients that
 // leave, stop(), time-outs, limits and addresses.
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -16,11 +14,13 @@
 #include <system_error>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
+
 #include <wsi/fcgi_server.hpp>
 #include <wx/log.hpp>
-
-#include "tests/fcgi_client.hpp"
-#include "tests/ios_test_util.hpp"
+#include "fcgi_client.hpp"
+#include "ios_test_util.hpp"
 
 using namespace fcgitest;
 

@@ -3,14 +3,14 @@
 #ifndef WSI_TESTS_GOLDEN_CALLS_HPP
 #define WSI_TESTS_GOLDEN_CALLS_HPP
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <wsi/wsi.hpp>
 

@@ -1,8 +1,6 @@
 // Whole exchanges through the C entry points, over the stream and the file back end, compared
 // byte for byte with the expected response text. The cases and their format are described in
 // tests/data/golden/README.md.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -11,10 +9,11 @@
 #include <string>
 #include <vector>
 
-#include <wsi/wsi.hpp>
+#include <gtest/gtest.h>
 
-#include "tests/golden_calls.hpp"
-#include "tests/ios_test_util.hpp"
+#include <wsi/wsi.hpp>
+#include "golden_calls.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

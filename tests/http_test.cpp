@@ -1,11 +1,10 @@
 // The HTTP status texts, method names and method lookup, in both encodings.
-#include <gtest/gtest.h>
-
 #include <map>
 #include <string>
 
-#include <wsi/http.hpp>
+#include <gtest/gtest.h>
 
+#include <wsi/http.hpp>
 #include "data_table.hpp"
 
 namespace {

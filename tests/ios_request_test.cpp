@@ -1,15 +1,14 @@
 // The request-configuration reader: the line and filing rules of tests/data/request_config.tsv,
 // long lines and reading the posted data.
-#include <gtest/gtest.h>
-
 #include <iterator>
 #include <sstream>
 #include <string>
 
-#include <wsi/ios_handle.hpp>
+#include <gtest/gtest.h>
 
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include <wsi/ios_handle.hpp>
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

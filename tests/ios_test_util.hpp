@@ -1,11 +1,11 @@
 // Helpers shared by the tests of the back ends: a scratch directory, whole-file reads and
-// writes, name tables as text, and commands run through the shell.
+// writes, a stream buffer that cannot flush, name tables as text, and commands run through the
+// shell.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
 #include <stdlib.h>
 #include <sys/wait.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -51,6 +51,11 @@ inline std::string readFile(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios_base::binary) << content;
 }
+
+// A stream buffer whose flush always fails.
+struct FailingSync : std::stringbuf {
+  int sync() override { return -1; }
+};
 
 // The entries from `it` to `end` as "name=value;" texts, in the table's own order.
 template <class Iterator>

@@ -1,14 +1,11 @@
 // The process-wide logger's set-up at the first handle, and its tear-down.
-#include <gtest/gtest.h>
-
 #include <stdlib.h>
 #include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <string>
-#include <thread>
-#include <vector>
+
+#include <gtest/gtest.h>
 
 #include <wsi/interface.hpp>
 #include <wx/log.hpp>
@@ -96,20 +93,6 @@ TEST_F(LogSetUp, ValueTrimmedAtTheEndAndCutAt256) {
   // 256 characters are taken: "5" and blanks, trimmed to "5"; the rest never reaches LevelOf.
   EXPECT_EQ(5, levelFromEnvironment("5" + std::string(255, ' ') + std::string(44, 'x')));
   EXPECT_EQ(3, levelFromEnvironment("5" + std::string(254, ' ') + "x"));
-}
-
-TEST_F(LogSetUp, SixteenThreadsSetUpOnce) {
-  std::vector<wx::log::log*> seen(16, nullptr);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 16; ++i)
-    threads.emplace_back([&seen, i] {
-      SetUpHandle handle;
-      seen[i] = wsi::Handle::plog_;
-    });
-  for (std::thread& t : threads)
-    t.join();
-  ASSERT_NE(nullptr, seen[0]);
-  EXPECT_EQ(std::vector<wx::log::log*>(16, seen[0]), seen);
 }
 
 }  // namespace

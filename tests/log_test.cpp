@@ -1,16 +1,14 @@
 // The logger: level words, the level gate, lazy file creation and the one-line message format.
-#include <gtest/gtest.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
-
 #include <fstream>
 #include <regex>
 #include <string>
 #include <vector>
 
-#include <wx/log.hpp>
+#include <gtest/gtest.h>
 
+#include <wx/log.hpp>
 #include "data_table.hpp"
 
 namespace {

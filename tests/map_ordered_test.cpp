@@ -1,9 +1,9 @@
 // wx::map_ordered: case-insensitive keys, insertion order, last value wins.
-#include <gtest/gtest.h>
-
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <wsi/interface.hpp>
 

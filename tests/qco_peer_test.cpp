@@ -1,12 +1,12 @@
 // wsi_peer driving the example host over the connector: the same request files give the same
 // response text as over the streams back end, and the tool's failures are clear.
-#include <gtest/gtest.h>
-
 #include <regex>
 #include <string>
 
-#include "tests/data_table.hpp"
-#include "tests/ios_test_util.hpp"
+#include <gtest/gtest.h>
+
+#include "data_table.hpp"
+#include "ios_test_util.hpp"
 
 namespace {
 

@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -50,6 +49,39 @@ inline std::string variable(const std::string& name, const std::string& value) {
 }
 inline std::string contentType(const std::string& type) {
   return '\x04' + str(type);
+}
+inline std::string status(int code) {
+  return '\x03' + u32(static_cast<unsigned long>(code)).substr(2);
+}
+
+// Bytes written in the tables' notation: items separated by single blanks, each one of
+// var:NAME=VALUE, header:NAME=VALUE, type:VALUE, str:TEXT (a record-block string), end (the end
+// record), u32:N (4 bytes, big-endian), or any other text taken as it stands (bytes that no
+// builder writes). NAME ends at the first '='.
+inline std::string wire(const std::string& notation) {
+  std::string out, item;
+  for (std::size_t at = 0; at <= notation.size(); at += item.size() + 1) {
+    item = notation.substr(at, notation.find(' ', at) - at);
+    const std::size_t colon = item.find(':'), equals = item.find('=', colon);
+    const std::string kind = item.substr(0, colon), rest = item.substr(colon + 1);
+    const std::string name = item.substr(colon + 1, equals - colon - 1),
+                      value = equals == std::string::npos ? "" : item.substr(equals + 1);
+    if (kind == "var")
+      out += variable(name, value);
+    else if (kind == "header")
+      out += header(name, value);
+    else if (kind == "type")
+      out += contentType(rest);
+    else if (kind == "str")
+      out += str(rest);
+    else if (kind == "u32")
+      out += u32(std::stoul(rest));
+    else if (item == "end")
+      out += '\x80';
+    else
+      out += item;
+  }
+  return out;
 }
 
 inline bool sendAll(int fd, const std::string& bytes) {

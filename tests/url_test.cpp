@@ -1,15 +1,14 @@
 // Percent-decoders, the query parser and the '?' splitter.
-#include <gtest/gtest.h>
-
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <wsi/interface.hpp>
 #include <wx/nv_pair.hpp>
 #include <wx/url_decoder.hpp>
 #include <wx/url_parser.hpp>
-
 #include "data_table.hpp"
 
 namespace {

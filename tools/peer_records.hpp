@@ -12,14 +12,10 @@
 
 namespace peer {
 
-// The longest text a request record can carry: the reading side keeps only the low 16 bits of a
-// long length.
-const std::string::size_type kMaxRequestString = 0xFFFF;
-
 // The record block of `request`: one server-variable record for each server variable, then one
 // header record for each header in insertion order, except Content-Type, which becomes the
 // content-type record; then the end record. Returns false, with `error` set, when a name or value
-// is longer than kMaxRequestString.
+// is longer than a request record carries (wsi::qco_records::kMaxRequestString).
 bool encodeRequestBlock(const wsi::Request& request, std::string& block, std::string& error);
 
 // A response's header block as the web server reads it.

@@ -15,7 +15,6 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -26,7 +25,6 @@
 
 #include <qco/qco.hpp>
 #include <wsi/ios_handle.hpp>
-
 #include "peer_records.hpp"
 
 namespace {

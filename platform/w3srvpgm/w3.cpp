@@ -5,15 +5,14 @@
 // and tabs around the name and around the value removed (a CR before the LF is dropped too).
 // Empty lines, lines whose first non-blank byte is '#' and lines without '=' are skipped; when a
 // name is given twice the later line wins.
-#include <w3/w3.h>
-
 #include <pthread.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <string>
+
+#include <w3/w3.h>
 
 namespace {
 

@@ -44,7 +44,8 @@ run("cmake --install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix}
 
 foreach(file
     include/wsi/wsi.hpp include/wsi/wsi.h include/wsi/export.h include/wsi/interface.hpp
-    include/wx/wx.hpp include/qco/qco.hpp include/w3/w3.h
+    include/wx/wx.hpp include/wx/export.hpp include/qco/qco.hpp include/qco/export.hpp
+    include/w3/w3.h include/w3/export.h
     lib/libqvwsi.so.${VERSION} lib/libqvwxutil.so lib/libw3srvpgm.so lib/libqvqco.so
     lib/pkgconfig/qvwsi.pc lib/cmake/qvwsi/qvwsiConfig.cmake
     lib/cmake/qvwsi/qvwsiConfigVersion.cmake)

@@ -1,12 +1,12 @@
 // A host program as a user writes it against the installed package: one exchange over streams
 // through the C entry points, then a check of the HTTP text it produced. Prints the response and
 // exits with 0 when it is right.
-#include <wsi/wsi.hpp>
-
 #include <iostream>
 #include <iterator>
 #include <sstream>
 #include <string>
+
+#include <wsi/wsi.hpp>
 
 namespace {
 

@@ -1,7 +1,5 @@
 // The context behind the C entry points: the specification grammar, the three handle getters and
 // the entry points themselves.
-#include <wsi/context.hpp>
-
 #include <algorithm>
 #include <cstdint>
 #include <exception>
@@ -9,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <wsi/wsi.h>
+#include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
+#include <wsi/wsi.h>
 #include <wx/char_casing.hpp>
 #include <wx/char_to_numeric.hpp>
 #include <wx/ptr_len_pair.hpp>
@@ -242,8 +241,8 @@ void* WSI_ContextGetHandle(void* context) {
 }
 
 // The caller's variable is cleared before the context goes. Every destructor on this path is
-// non-throwing (the stream response keeps a throwing stream's exception to itself), so nothing
-// can leave the delete. A null pointer to the variable is ignored.
+// non-throwing (the file closes and the responses keep a throwing stream's exception to
+// themselves), so nothing can leave the delete. A null pointer to the variable is ignored.
 void WSI_DestroyContext(void** context) {
   if (context == nullptr) return;
   wsi::Context* const doomed = static_cast<wsi::Context*>(*context);

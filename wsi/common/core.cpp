@@ -1,8 +1,9 @@
 // The HTTP vocabulary, the response header rules, the logging set-up and the base classes of
 // the object model.
 #include <pthread.h>
-
+#include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -35,10 +36,11 @@ bool MatchesEitherCase(const char* text, const char* upper, const char* lower) {
   return rest != nullptr && *rest == '\0';
 }
 
-// Whether the header name `name` is the word held as `upper` and `lower`. A name with an
-// embedded NUL byte never matches.
+// Whether the header name `name` is the word held as `upper` and `lower`. The name is read up to
+// its first NUL byte, as every name table reads names (docs/text-and-bytes.md): a name the rules
+// pass on as an ordinary header must not be the content type to the response's own table.
 bool IsHeaderName(const std::string& name, const char* upper, const char* lower) {
-  return name.size() == std::strlen(upper) && MatchesEitherCase(name.c_str(), upper, lower);
+  return MatchesEitherCase(name.c_str(), upper, lower);
 }
 
 // Whether text byte `x` is word byte `w` under the upper-case table.
@@ -77,112 +79,91 @@ class LogLock {
 
 namespace Http {
 
+namespace {
+
+// One known status and its reason phrase.
+struct StatusText {
+  int code;
+  const char* text;
+};
+
+// Every known status, sorted by code for the binary search of StatusDesc. The phrasings are
+// this library's own ("Multi-status", "Request Time Out", ...): existing hosts and clients match
+// them byte for byte. At namespace scope, so that the table stays out of the dynamic interface.
+constexpr StatusText kStatusTexts[] = {
+    {-1, "Invalid Status"},
+    {100, "Continue"},
+    {101, "Switching Protocols"},
+    {102, "Processing"},
+    {200, "OK"},
+    {201, "Created"},
+    {202, "Accepted"},
+    {203, "Non-Authoritative Information"},
+    {204, "No Content"},
+    {205, "Reset Content"},
+    {206, "Partial Content"},
+    {207, "Multi-status"},
+    {300, "Multiple Choices"},
+    {301, "Moved Permanently"},
+    {302, "Moved Temporarily"},
+    {303, "See Other"},
+    {304, "Not Modified"},
+    {305, "Use Proxy"},
+    {307, "Temporary Redirect"},
+    {400, "Bad Request"},
+    {401, "Unauthorized"},
+    {402, "Payment Required"},
+    {403, "Forbidden"},
+    {404, "Not Found"},
+    {405, "Method Not Allowed"},
+    {406, "Not Acceptable"},
+    {407, "Proxy Authentication Required"},
+    {408, "Request Time Out"},
+    {409, "Conflict"},
+    {410, "Gone"},
+    {411, "Length Required"},
+    {412, "Precondition Failed"},
+    {413, "Request Entity Too Large"},
+    {414, "Request URI Too Large"},
+    {415, "Unsupported Media Type"},
+    {416, "Requested Range Not Satisfiable"},
+    {417, "Expectation Failed"},
+    {422, "Unprocessable Entity"},
+    {423, "Locked"},
+    {424, "Failed Dependency"},
+    {426, "Upgrade Required"},
+    {500, "Internal Server Error"},
+    {501, "Not Implemented"},
+    {502, "Bad Gateway"},
+    {503, "Service Unavailable"},
+    {504, "Gateway Time Out"},
+    {505, "HTTP Version Not Supported"},
+    {506, "Variant Also Varies"},
+    {507, "Insufficient Storage"},
+    {510, "Not Extended"},
+};
+
+// Whether `table` is sorted by strictly rising code: checked at compile time below, so that an
+// entry added out of order cannot make a lookup miss.
+template <std::size_t N>
+constexpr bool RisingCodes(const StatusText (&table)[N]) {
+  for (std::size_t i = 1; i < N; ++i)
+    if (table[i - 1].code >= table[i].code) return false;
+  return true;
+}
+static_assert(RisingCodes(kStatusTexts), "kStatusTexts must be sorted by code");
+
+}  // namespace
+
+// The reason phrase of `status`: a binary search of the table; "Unknown Status" for any code
+// it does not hold.
 template <wx::encoding::Encoding E>
 const char* StatusDesc(Status status) {
-  switch (static_cast<int>(status)) {
-    case -1:
-      return "Invalid Status";
-    case 100:
-      return "Continue";
-    case 101:
-      return "Switching Protocols";
-    case 102:
-      return "Processing";
-    case 200:
-      return "OK";
-    case 201:
-      return "Created";
-    case 202:
-      return "Accepted";
-    case 203:
-      return "Non-Authoritative Information";
-    case 204:
-      return "No Content";
-    case 205:
-      return "Reset Content";
-    case 206:
-      return "Partial Content";
-    case 207:
-      return "Multi-status";
-    case 300:
-      return "Multiple Choices";
-    case 301:
-      return "Moved Permanently";
-    case 302:
-      return "Moved Temporarily";
-    case 303:
-      return "See Other";
-    case 304:
-      return "Not Modified";
-    case 305:
-      return "Use Proxy";
-    case 307:
-      return "Temporary Redirect";
-    case 400:
-      return "Bad Request";
-    case 401:
-      return "Unauthorized";
-    case 402:
-      return "Payment Required";
-    case 403:
-      return "Forbidden";
-    case 404:
-      return "Not Found";
-    case 405:
-      return "Method Not Allowed";
-    case 406:
-      return "Not Acceptable";
-    case 407:
-      return "Proxy Authentication Required";
-    case 408:
-      return "Request Time Out";
-    case 409:
-      return "Conflict";
-    case 410:
-      return "Gone";
-    case 411:
-      return "Length Required";
-    case 412:
-      return "Precondition Failed";
-    case 413:
-      return "Request Entity Too Large";
-    case 414:
-      return "Request URI Too Large";
-    case 415:
-      return "Unsupported Media Type";
-    case 416:
-      return "Requested Range Not Satisfiable";
-    case 417:
-      return "Expectation Failed";
-    case 422:
-      return "Unprocessable Entity";
-    case 423:
-      return "Locked";
-    case 424:
-      return "Failed Dependency";
-    case 426:
-      return "Upgrade Required";
-    case 500:
-      return "Internal Server Error";
-    case 501:
-      return "Not Implemented";
-    case 502:
-      return "Bad Gateway";
-    case 503:
-      return "Service Unavailable";
-    case 504:
-      return "Gateway Time Out";
-    case 505:
-      return "HTTP Version Not Supported";
-    case 506:
-      return "Variant Also Varies";
-    case 507:
-      return "Insufficient Storage";
-    case 510:
-      return "Not Extended";
-    default:
-      return "Unknown Status";
-  }
+  const int code = static_cast<int>(status);
+  const StatusText* const end = kStatusTexts + sizeof kStatusTexts / sizeof kStatusTexts[0];
+  const StatusText* const it = std::lower_bound(
+      kStatusTexts, end, code, [](const StatusText& entry, int c) { return entry.code < c; });
+  return it != end && it->code == code ? it->text : "Unknown Status";
 }
 
 namespace {

@@ -1,18 +1,16 @@
 // The stream and file back ends: the request-configuration reader, the HTTP response writer and
 // the two handles that own them.
-#include <wsi/ios_handle.hpp>
-
 #include <cctype>
 #include <istream>
 #include <ostream>
 #include <string>
 
+#include <wsi/ios_handle.hpp>
 #include <wx/char_casing.hpp>
 #include <wx/nv_pair.hpp>
 #include <wx/ptr_len_pair.hpp>
 #include <wx/url_decoder.hpp>
 #include <wx/url_parser.hpp>
-
 #include "wsi/common/dump.hpp"
 
 namespace wsi {
@@ -69,6 +67,19 @@ const WellKnownHeader kWellKnownHeaders[] = {{"CONTENT_TYPE", "Content-Type"},
                                              {"HTTP_REFERER", "Referer"},
                                              {"HTTP_USER_AGENT", "User-Agent"},
                                              {"HTTP_ACCEPT", "Accept"}};
+
+// Closes `file` through its buffer. A close that fails (a file that never opened, a flush that
+// fails) sets the fail bit and reports nothing. The caller may have set an exception mask on the
+// stream it was handed; the exception that raises is dropped here, after the bit is set, because
+// this runs from a destructor, where it would end the process.
+template <class FileStream>
+void closeKeepingMask(FileStream& file) {
+  if (file.rdbuf()->close() != nullptr) return;
+  try {
+    file.setstate(std::ios_base::failbit);
+  } catch (const std::ios_base::failure&) {
+  }
+}
 
 }  // namespace
 
@@ -387,9 +398,9 @@ FioHandle::FioHandle(const char* configName, const char* postedDataName, const c
 // file, where it is lost. Kept as it is: existing hosts of the file back end rely on this order
 // and end their response before destroying the context.
 FioHandle::~FioHandle() {
-  config_.close();
-  posted_data_.close();
-  output_.close();
+  closeKeepingMask(config_);
+  closeKeepingMask(posted_data_);
+  closeKeepingMask(output_);
 }
 
 wsi::Request& FioHandle::Request() {

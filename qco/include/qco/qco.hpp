@@ -13,7 +13,7 @@
 #include <iostream>
 #include <streambuf>
 
-#include <wsi/export.h>
+#include <qco/export.hpp>
 
 namespace qco {
 
@@ -22,7 +22,7 @@ class QorvaConnector;
 // The stream buffer of a connector: reads the payload of the current request message and writes
 // frames of the current response message. Reading and writing use fixed buffers; nothing is
 // ever allocated according to a length the peer sent.
-class WSI_API QorvaStreamBuf : public std::streambuf {
+class QCO_API QorvaStreamBuf : public std::streambuf {
  public:
   // The size of the read buffer and the largest payload of one frame this side sends.
   enum { buffer_size = 16384 };
@@ -51,14 +51,14 @@ class WSI_API QorvaStreamBuf : public std::streambuf {
   QorvaStreamBuf(const QorvaStreamBuf&);
   QorvaStreamBuf& operator=(const QorvaStreamBuf&);
 
-  WSI_LOCAL bool fillRaw();
-  WSI_LOCAL bool readFrameHeader();
-  WSI_LOCAL bool sendPending(bool endMessage);
-  WSI_LOCAL bool skipRestOfMessage();
-  WSI_LOCAL int endMessage();
-  WSI_LOCAL int nextMessage();
-  WSI_LOCAL void failInput(int code);
-  WSI_LOCAL void failOutput(int code);
+  QCO_LOCAL bool fillRaw();
+  QCO_LOCAL bool readFrameHeader();
+  QCO_LOCAL bool sendPending(bool endMessage);
+  QCO_LOCAL bool skipRestOfMessage();
+  QCO_LOCAL int endMessage();
+  QCO_LOCAL int nextMessage();
+  QCO_LOCAL void failInput(int code);
+  QCO_LOCAL void failOutput(int code);
 
   int in_fd_;
   int out_fd_;
@@ -78,7 +78,7 @@ class WSI_API QorvaStreamBuf : public std::streambuf {
 };
 
 // The connector stream: an iostream over a QorvaStreamBuf.
-class WSI_API QorvaStream : public std::iostream {
+class QCO_API QorvaStream : public std::iostream {
  public:
   explicit QorvaStream(QorvaStreamBuf* buf);
   virtual ~QorvaStream();
@@ -89,7 +89,7 @@ class WSI_API QorvaStream : public std::iostream {
 // a peer that closed ends a read at once, a peer that stops sending (or reading, on a socket)
 // inside a message fails the operation after the timeout. Waiting for the first byte of the next
 // request has no time limit.
-class WSI_API QorvaConnector {
+class QCO_API QorvaConnector {
  public:
   // Error codes, as the stream buffer's `error` holds them; ErrorNameOf gives their texts.
   enum Error {

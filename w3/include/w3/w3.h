@@ -7,24 +7,24 @@
 #ifndef W3_W3_H
 #define W3_W3_H
 
-#include <wsi/export.h>
+#include <w3/export.h>
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* (Re)reads the configuration file named by W3_CONFIG. May be called any number of times. */
-WSI_API void W3CFG_Initialize(void);
+W3_API void W3CFG_Initialize(void);
 
 /* Returns non-zero when the configuration has the value `name` and copies it into `buffer` as
  * strncpy does: at most `size` bytes, zero-terminated when the value is shorter than `size` (a
  * value of `size` bytes or more fills the buffer without a terminating zero). Returns 0 and
  * leaves `buffer` untouched when the configuration has no such value. */
-WSI_API int W3CFG_GetQwebValue(const char* name, char* buffer, int size);
+W3_API int W3CFG_GetQwebValue(const char* name, char* buffer, int size);
 
 /* Writes into `buffer` (at most `size` bytes, the zero included) the zero-terminated name of the
  * log file for `baseName`, or the empty text when the server has none. */
-WSI_API void W3LOG_GetQorvaLogFileName(char* buffer, int size, const char* baseName);
+W3_API void W3LOG_GetQorvaLogFileName(char* buffer, int size, const char* baseName);
 
 #ifdef __cplusplus
 }

@@ -5,7 +5,6 @@
 #define WSI_INTERFACE_HPP
 
 #include <pthread.h>
-
 #include <iosfwd>
 #include <map>
 #include <string>
@@ -124,10 +123,10 @@ class WSI_API Response {
 
   // Splits a Content-Type value at its parameters: `type` receives the media type with every
   // parameter but charset, `encoding` the value of the last charset parameter. Returns false,
-  // leaving both untouched, when `value` holds no ';'.
+  // leaving both untouched, when `value` holds no ';'. A non-static member, as hosts call it
+  // with an object; it reads nothing of the object.
   template <wx::encoding::Encoding E>
-  static bool _extractContentEncoding(const std::string& value, std::string& type,
-                                      std::string& encoding);
+  bool _extractContentEncoding(const std::string& value, std::string& type, std::string& encoding);
 
  protected:
   // Takes the current logger and starts with initialisation failed.

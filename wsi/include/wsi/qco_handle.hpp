@@ -6,8 +6,8 @@
 #include <iosfwd>
 #include <string>
 
-#include <wsi/export.h>
 #include <qco/qco.hpp>
+#include <wsi/export.h>
 #include <wsi/interface.hpp>
 
 namespace wsi {

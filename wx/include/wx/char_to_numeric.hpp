@@ -2,8 +2,8 @@
 #ifndef WX_CHAR_TO_NUMERIC_HPP
 #define WX_CHAR_TO_NUMERIC_HPP
 
-#include <wsi/export.h>
 #include <wx/encoding.hpp>
+#include <wx/export.hpp>
 
 namespace wx {
 
@@ -15,7 +15,7 @@ struct basic_char_to_numeric<char, encoding::host> {
   // Digit value of every byte, indexed by its unsigned value: '0'..'9' give 0..9, 'A'..'Z' and
   // 'a'..'z' give 10..35, every other byte gives -1. A caller that wants decimal digits accepts
   // 0..9 only; one that wants hexadecimal digits accepts 0..15.
-  WSI_API static const signed char tonum_[256];
+  WX_API static const signed char tonum_[256];
 };
 
 }  // namespace wx

@@ -3,11 +3,10 @@
 #define WX_LOG_HPP
 
 #include <pthread.h>
-
 #include <cstdarg>
 #include <string>
 
-#include <wsi/export.h>
+#include <wx/export.hpp>
 
 namespace wx {
 namespace log {
@@ -15,7 +14,7 @@ namespace log {
 // A named logger that appends one line a message to a file. The file is created at the first
 // message actually written, so a process that never logs leaves no file. A message passes when
 // the logger is enabled and its level is at least the message's level, or negative.
-class WSI_API log {
+class WX_API log {
  public:
   // The level of a new logger, and of an empty or unknown level word: failures only.
   static const int default_level = 3;

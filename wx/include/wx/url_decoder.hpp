@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include <wsi/export.h>
 #include <wx/encoding.hpp>
+#include <wx/export.hpp>
 
 namespace wx {
 
@@ -15,7 +15,7 @@ namespace wx {
 // "%4" and "%G1" stay as they are and "%%41" becomes "%A". Encoding 3 decodes exactly as
 // Encoding 0. Instantiated for every combination of Plus and Encoding 0 and 3.
 template <bool Plus, encoding::Encoding E>
-struct WSI_API basic_url_decoder {
+struct WX_API basic_url_decoder {
   // Appends the decoding of exactly `length` bytes at `text` to `out`. `text` may hold NUL
   // bytes and need not be terminated; it may be null only when `length` is 0.
   void operator()(std::string& out, const char* text, unsigned long length) const;
