@@ -99,6 +99,7 @@ bench_one() {
   echo "$rps $p50 $p99 $errors"
 }
 
+load=$(cut -d' ' -f1-3 /proc/loadavg)
 rows=()
 for host in ${WSI_BENCH_HOSTS:-wsi libfcgi fcgiwrap}; do
   for threads in 1 2 8; do
@@ -164,7 +165,8 @@ model=$(lscpu | awk -F: '/^Model name/ {gsub(/^ +/, "", $2); print $2; exit}')
   echo "## $section_title"
   echo
   echo "Measured $(date -u '+%Y-%m-%d %H:%M UTC') on $(nproc) CPUs ($model), nginx $(/usr/sbin/nginx -v 2>&1 | sed 's|.*/||'),"
-  echo "wrk with 1 thread and $connections connections for ${seconds} s per cell, all on loopback:"
+  echo "load average $load at the start, wrk with 1 thread and $connections connections for"
+  echo "${seconds} s per cell, all on loopback:"
   echo
   echo '    bash bench/fastcgi/run.sh'
   echo
