@@ -1,8 +1,12 @@
-// The case-insensitive compare and the ordering of the name tables.
+// The case-insensitive compare and the name tables built on it: case-insensitive keys, insertion
+// order, last value wins.
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include <wsi/interface.hpp>
 #include <wsi/less_nocase.hpp>
 #include <wx/char_casing.hpp>
 #include "data_table.hpp"
@@ -32,6 +36,25 @@ TEST(NocaseCompare, UpperCaseTableIsIdentityExceptAsciiLetters) {
     EXPECT_EQ(c >= 'a' && c <= 'z' ? c - 32 : c,
               static_cast<unsigned char>(Casing::ascii_toupper_[c]))
         << c;
+}
+
+typedef std::vector<std::pair<std::string, std::string>> Entries;
+
+TEST(MapOrdered, FirstSpellingAndPositionKeptLastValueWins) {
+  wsi::OrderedNameTable map;
+  map["b"] = "1";
+  map["A"] = "2";
+  map[""] = "empty";
+  map["c"] = "3";
+  map["B"] = "4";
+  map[std::string("C\0x", 3)] = "5";  // one key with "c": compared as C strings
+  const Entries expected = {{"b", "4"}, {"A", "2"}, {"", "empty"}, {"c", "5"}};
+  EXPECT_EQ(expected, Entries(map.begin(), map.end()));
+  // A lookup finds any spelling and never inserts.
+  ASSERT_NE(nullptr, map.lookup("a"));
+  EXPECT_EQ("2", *map.lookup("a"));
+  EXPECT_EQ(nullptr, map.lookup("d"));
+  EXPECT_EQ(4u, map.size());
 }
 
 }  // namespace

@@ -24,10 +24,8 @@ class CgiDemoTest : public ::testing::Test {
     if (closedOutput) command += " /bin/sh -c 'exec \"$0\" --cgi >&-'";
     command += " " + wsi_test::shellQuoted(WSI_DEMO) + (closedOutput ? "" : " --cgi") + " <" +
                wsi_test::shellQuoted(dir_ / "in");
-    const int status = wsi_test::runShell(command, dir_ / "out", dir_ / "err");
-    out_ = wsi_test::readFile(dir_ / "out");
-    err_ = wsi_test::readFile(dir_ / "err");
-    return status;
+    const wsi_test::Ran ran = wsi_test::runShell(command);
+    return out_ = ran.out, err_ = ran.err, ran.status;
   }
   wsi_test::TempDir dir_;
   std::string out_, err_;

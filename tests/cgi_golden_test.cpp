@@ -22,9 +22,10 @@ namespace fs = std::filesystem;
 
 const fs::path kCases = fs::path(WSI_TEST_DATA) / "cgi_golden";
 
-// The failure messages of a log file, one a line as "function: text" (the line number left out).
+// The failure messages in the text of a log, one a line as "function: text" (the line number left
+// out).
 std::string failures(const std::string& log) {
-  std::istringstream in(wsi_test::readFile(log));
+  std::istringstream in(log);
   const std::regex head("^\\S+ err WSI\\[\\d+:\\d+\\] wsi/common/wsicgi:\\d+ ");
   std::string out, line;
   for (std::smatch m; std::getline(in, line);)
@@ -34,18 +35,9 @@ std::string failures(const std::string& log) {
 
 class CgiGolden : public ::testing::TestWithParam<std::string> {
  protected:
-  void SetUp() override {
-    wsi::Handle::closeLog();
-    wsi::Handle::plog_ = new wx::log::log("WSI");
-    wsi::Handle::plog_->file_name = dir_ / "qv_wsi.log";
-    wsi::Handle::plog_->enabled = true;
-    wsi::Handle::plog_->level = 3;
-  }
-  void TearDown() override { wsi::Handle::closeLog(); }
-
   std::string file(const char* name) const { return (kCases / GetParam() / name).string(); }
 
-  wsi_test::TempDir dir_;
+  wsi_test::ScratchLog log_{3};
 };
 
 TEST_P(CgiGolden, Exchange) {
@@ -63,14 +55,10 @@ TEST_P(CgiGolden, Exchange) {
   {
     wsi::CgiHandle handle(envp.data(), posted, output);
     void* args[] = {&handle};
-    void* context = WSI_CreateContext("handle(0)", 9, args);
-    ASSERT_NE(nullptr, context);
-    wsi_test::runCalls(*static_cast<wsi::Handle*>(WSI_ContextGetHandle(context)),
-                       wsi_test::readFile(file("calls")));
-    WSI_DestroyContext(&context);
+    wsi_test::runExchange("handle(0)", args, wsi_test::readFile(file("calls")));
   }
   EXPECT_EQ(wsi_test::readFile(file("expected")), output.str());
-  EXPECT_EQ(wsi_test::readFile(file("logged")), failures(dir_ / "qv_wsi.log"));
+  EXPECT_EQ(wsi_test::readFile(file("logged")), failures(log_.text()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, CgiGolden, ::testing::ValuesIn(wsi_test::caseNames(kCases)),

@@ -20,6 +20,7 @@ struct Row {
 // Undoes the escapes a field may hold so that any byte can be written: \t \n \r \0 \\ \xHH, and
 // \e for a field that is meant to be empty.
 inline std::string unescapeField(const std::string& raw) {
+  static const std::string kLetters = "tnr0e", kBytes("\t\n\r\0", 4);  // \e stands for nothing
   std::string out;
   for (std::size_t i = 0; i < raw.size(); ++i) {
     if (raw[i] != '\\' || i + 1 == raw.size()) {
@@ -27,29 +28,13 @@ inline std::string unescapeField(const std::string& raw) {
       continue;
     }
     const char c = raw[++i];
-    switch (c) {
-      case 't':
-        out += '\t';
-        break;
-      case 'n':
-        out += '\n';
-        break;
-      case 'r':
-        out += '\r';
-        break;
-      case '0':
-        out += '\0';
-        break;
-      case 'e':
-        break;
-      case 'x':
-        if (i + 2 >= raw.size()) throw std::runtime_error("truncated \\x escape: " + raw);
-        out += static_cast<char>(std::stoi(raw.substr(i + 1, 2), nullptr, 16));
-        i += 2;
-        break;
-      default:
-        out += c;
-        break;
+    if (c == 'x') {
+      if (i + 2 >= raw.size()) throw std::runtime_error("truncated \\x escape: " + raw);
+      out += static_cast<char>(std::stoi(raw.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    } else {
+      const std::size_t at = kLetters.find(c);
+      out += at == std::string::npos ? std::string(1, c) : kBytes.substr(at, 1);
     }
   }
   return out;

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <wsi/wsi.h>
 #include <wsi/wsi.hpp>
 
 namespace wsi_test {
@@ -77,6 +78,16 @@ inline void runCalls(wsi::Handle& handle, const std::string& calls) {
     const std::string::size_type blank = std::min(line.find(' '), line.size());
     call(handle, line.substr(0, blank), line.substr(std::min(blank + 1, line.size())));
   }
+}
+
+// Makes a context from `spec` and `args`, does `calls` on its handle, which must exist, and
+// destroys the context.
+inline void runExchange(const std::string& spec, void** args, const std::string& calls) {
+  void* context = WSI_CreateContext(spec.data(), spec.size(), args);
+  wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  ASSERT_NE(nullptr, handle);
+  runCalls(*handle, calls);
+  WSI_DestroyContext(&context);
 }
 
 // The names of the case directories in `dir`, sorted.

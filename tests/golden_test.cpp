@@ -24,14 +24,8 @@ const fs::path kCases = fs::path(WSI_TEST_DATA) / "golden";
 class Golden : public ::testing::TestWithParam<std::string> {
  protected:
   std::string file(const char* name) const { return (kCases / GetParam() / name).string(); }
-
-  // Creates the context, runs the calls and destroys the context; the handle must exist.
   void exchange(const std::string& spec, void** args) const {
-    void* context = WSI_CreateContext(spec.data(), spec.size(), args);
-    wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-    ASSERT_NE(nullptr, handle);
-    wsi_test::runCalls(*handle, wsi_test::readFile(file("calls")));
-    WSI_DestroyContext(&context);
+    wsi_test::runExchange(spec, args, wsi_test::readFile(file("calls")));
   }
 };
 

@@ -1,6 +1,6 @@
 // Helpers shared by the tests of the back ends: a scratch directory, whole-file reads and
-// writes, a stream buffer that cannot flush, name tables as text, and commands run through the
-// shell.
+// writes, a logger of the test's own, an exchange over in-memory streams, a stream buffer that
+// cannot flush, name tables as text, and commands run through the shell.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
@@ -12,6 +12,10 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+
+#include <wsi/interface.hpp>
+#include <wsi/ios_handle.hpp>
+#include <wx/log.hpp>
 
 namespace wsi_test {
 
@@ -52,6 +56,43 @@ inline void writeFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios_base::binary) << content;
 }
 
+// The library's logger, while the object lives: an enabled one writing to a file of its own.
+class ScratchLog {
+ public:
+  explicit ScratchLog(int level) { use(level); }
+  ~ScratchLog() { wsi::Handle::closeLog(); }
+  ScratchLog(const ScratchLog&) = delete;
+  ScratchLog& operator=(const ScratchLog&) = delete;
+
+  // Replaces the logger with a new one of `level` and a new, empty file.
+  void use(int level) {
+    wsi::Handle::closeLog();
+    path_ = dir_ / ("qv_wsi." + std::to_string(++files_) + ".log");
+    wsi::Handle::plog_ = new wx::log::log("WSI");
+    wsi::Handle::plog_->file_name = path_;
+    wsi::Handle::plog_->enabled = true;
+    wsi::Handle::plog_->level = level;
+  }
+  // What the current logger wrote.
+  std::string text() const { return readFile(path_); }
+
+ private:
+  TempDir dir_;
+  std::string path_;
+  int files_ = 0;
+};
+
+// One exchange over in-memory streams: a stream handle on the configuration `text` and the
+// posted `data`.
+struct Exchange {
+  std::istringstream config, posted;
+  std::ostringstream output;
+  wsi::IosHandle handle;
+
+  explicit Exchange(const std::string& text = "", const std::string& data = "")
+      : config(text), posted(data), handle(config, posted, output) {}
+};
+
 // A stream buffer whose flush always fails.
 struct FailingSync : std::stringbuf {
   int sync() override { return -1; }
@@ -71,12 +112,19 @@ inline std::string shellQuoted(const std::string& s) {
   return "'" + s + "'";
 }
 
-// Runs `command` through the shell with its standard output going to the file `out` and its
-// errors to `err`; its exit status, or -1 when it did not exit.
-inline int runShell(const std::string& command, const std::string& out, const std::string& err) {
-  const int status =
-      std::system((command + " >" + shellQuoted(out) + " 2>" + shellQuoted(err)).c_str());
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+// What a command run through the shell did: its exit status (-1 when it did not exit), its
+// standard output and its errors.
+struct Ran {
+  int status;
+  std::string out, err;
+};
+
+inline Ran runShell(const std::string& command) {
+  const TempDir dir;
+  const int status = std::system(
+      (command + " >" + shellQuoted(dir / "out") + " 2>" + shellQuoted(dir / "err")).c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(dir / "out"),
+          readFile(dir / "err")};
 }
 
 }  // namespace wsi_test

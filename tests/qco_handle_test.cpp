@@ -24,33 +24,20 @@ using namespace qcotest;
 
 namespace {
 
-// Installs a logger of its own with a file of its own, so that every message can be checked.
+// A logger of its own with a file of its own, so that every message can be checked.
 class QcoHandleTest : public ::testing::Test {
  protected:
-  void SetUp() override { setLogLevel(7); }
-  void TearDown() override { wsi::Handle::closeLog(); }
-  // A new logger of `level` with a new, empty log file.
-  void setLogLevel(int level) {
-    wsi::Handle::closeLog();
-    log_ = dir_ / ("qv_wsi." + std::to_string(++logs_) + ".log");
-    wsi::Handle::plog_ = new wx::log::log("WSI");
-    wsi::Handle::plog_->file_name = log_;
-    wsi::Handle::plog_->enabled = true;
-    wsi::Handle::plog_->level = level;
-  }
   // The messages logged so far, one a line: level word, then "line function: text". The pattern
   // stops before the text: std::regex recurses per character and would overflow on long dumps.
   std::string logged() const {
-    std::istringstream in(wsi_test::readFile(log_));
+    std::istringstream in(log_.text());
     const std::regex head("^\\S+ (\\S+) WSI\\[\\d+:\\d+\\] wsi/common/wsiqco:");
     std::string out, line;
     for (std::smatch m; std::getline(in, line); out += "\n")
       out += std::regex_search(line, m, head) ? m[1].str() + " " + m.suffix().str() : "? " + line;
     return out;
   }
-  wsi_test::TempDir dir_;
-  std::string log_;
-  int logs_ = 0;
+  wsi_test::ScratchLog log_{7};
 };
 
 TEST_F(QcoHandleTest, ReadsTheRecordBlock) {
@@ -160,7 +147,7 @@ TEST_F(QcoHandleTest, ServesSeveralRequestsOnOneConnection) {
 TEST_F(QcoHandleTest, RequestCutShortFailsWithTheConnectorsCode) {
   for (const wsi_test::Row& row : wsi_test::readTable("qco_request_endings.tsv")) {
     SCOPED_TRACE(row[0] + " (line " + std::to_string(row.line) + ")");
-    setLogLevel(std::stoi(row[1]));
+    log_.use(std::stoi(row[1]));
     SocketPair sp;
     QorvaConnector conn(sp.host);
     conn.setTimeout(100);

@@ -16,10 +16,8 @@ class QcoPeerTest : public ::testing::Test {
  protected:
   // Runs `command` through the shell; its exit status, with its output and errors in out_, err_.
   int run(const std::string& command) {
-    const int status = wsi_test::runShell(command, dir_ / "out", dir_ / "err");
-    out_ = wsi_test::readFile(dir_ / "out");
-    err_ = wsi_test::readFile(dir_ / "err");
-    return status;
+    const wsi_test::Ran ran = wsi_test::runShell(command);
+    return out_ = ran.out, err_ = ran.err, ran.status;
   }
   wsi_test::TempDir dir_;
   std::string out_, err_;

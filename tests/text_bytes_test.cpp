@@ -17,22 +17,16 @@ namespace {
 
 // The header block, after its status line, of a stream response given the header (name, value).
 std::string headerBlockWith(const std::string& name, const std::string& value) {
-  std::istringstream config, posted;
-  std::ostringstream output;
-  {
-    wsi::IosHandle handle(config, posted, output);
-    handle.Response().setHttpHeader(name, value);
-  }
-  const std::string text = output.str();
-  return text.substr(text.find('\n') + 1);
+  wsi_test::Exchange ex;
+  ex.handle.Response().setHttpHeader(name, value);
+  ex.handle.Response().endWrite();
+  return ex.output.str().substr(ex.output.str().find('\n') + 1);
 }
 
 // The request read from `config`: method | headers | server variables | query arguments.
 std::string requestFrom(const std::string& config) {
-  std::istringstream in(config), posted;
-  std::ostringstream output;
-  wsi::IosHandle handle(in, posted, output);
-  const wsi::Request& r = handle.Request();
+  const wsi_test::Exchange ex(config);
+  const wsi::Request& r = ex.handle.Request();
   return std::string(wsi::Http::MethodNameOf<wx::encoding::host>(r.Method())) + " | " +
          wsi_test::entries(r.HttpHeaders_begin(), r.HttpHeaders_end()) + " | " +
          wsi_test::entries(r.ServerVariables_begin(), r.ServerVariables_end()) + " | " +
