@@ -142,10 +142,10 @@ int connectionsTo(const std::string& path) {
   std::ifstream table("/proc/net/unix");
   int count = 0;
   for (std::string line; std::getline(table, line);) {
-    const std::vector<std::string> f = split(line, ' ');
+    std::istringstream in(line);
     std::vector<std::string> fields;
-    std::copy_if(f.begin(), f.end(), std::back_inserter(fields),
-                 [](const std::string& s) { return !s.empty(); });
+    for (std::string field; in >> field;)
+      fields.push_back(field);
     // Num RefCount Protocol Flags Type St Inode Path; St 03 is "connected".
     if (fields.size() == 8 && fields[5] == "03" && fields[7] == path) ++count;
   }
