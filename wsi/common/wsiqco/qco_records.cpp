@@ -9,6 +9,9 @@ namespace qco_records {
 
 namespace {
 
+// The longest read taken byte by byte instead of through sgetn.
+const std::streamsize kSmallRead = 4;
+
 // The most bytes of a string read at once.
 const unsigned long kReadPiece = 65536;
 
@@ -24,9 +27,20 @@ bool readBytes(std::istream& in, char* p, std::streamsize n) {
     return false;
   }
   if (in.tie() != nullptr) in.tie()->flush();
+  std::streambuf* buf = in.rdbuf();
   std::streamsize got = 0;
   try {
-    got = in.rdbuf()->sgetn(p, n);
+    if (n > kSmallRead) {
+      got = buf->sgetn(p, n);
+    } else {
+      // Type bytes and lengths one byte at a time, inline while the buffer holds them.
+      for (std::streambuf::int_type c; got < n; ++got, ++p) {
+        if (std::streambuf::traits_type::eq_int_type(c = buf->sbumpc(),
+                                                     std::streambuf::traits_type::eof()))
+          break;
+        *p = std::streambuf::traits_type::to_char_type(c);
+      }
+    }
   } catch (...) {
     in.setstate(std::ios::badbit);  // throws when the stream asks for exceptions on badbit
     return false;
