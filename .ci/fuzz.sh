@@ -15,9 +15,10 @@ seconds=${WSI_FUZZ_SECONDS:-60}
 
 # target:max_len, the longest input each target is given: a specification string is short; a
 # connector request is framed and read through a socket; the field-based targets build long texts
-# from short inputs with runs.
+# from short inputs with runs; a multipart body needs room for several parts.
 targets=(spec:256 query:1024 header_rules:1024 request_config:2048 connector_request:4096
-         response_block:1024 cgi_environment:2048 fcgi_records:4096)
+         response_block:1024 cgi_environment:2048 fcgi_records:4096 form_urlencoded:1024
+         multipart:4096 cookies:1024)
 
 cmake --preset fuzz
 cmake --build --preset fuzz

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # ThreadSanitizer: the tests that build handles and log from several threads at once
-# (threads_test, log_test, log_setup_test), in a clang build with -DWSI_SANITIZE=thread: the
-# preset tsan, in build-ci-tsan, whose tests stop at the first report (halt_on_error=1). The
-# library starts no thread of its own; what it shares between the host's threads is the logger,
-# set up once under pthread_once and written under its mutex, and these tests hammer exactly that.
+# (threads_test, log_test, log_setup_test, fcgi_server_test), in a clang build with
+# -DWSI_SANITIZE=thread: the preset tsan, in build-ci-tsan, whose tests stop at the first report
+# (halt_on_error=1). The library starts no thread of its own; what it shares between the host's
+# threads is the logger, set up once under pthread_once and written under its mutex, and the
+# FastCGI server's connections, which these tests hammer.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "demo_page.hpp"
+#include "form_page.hpp"
 
 namespace demo {
 namespace {
@@ -74,6 +75,7 @@ bool route(wsi::Request& request, wsi::Response& response) {
   if (method != wsi::Http::Get && method != wsi::Http::Head && method != wsi::Http::Post)
     return methodNotAllowed(request, response);
   if (endsWith(request.URL(), "/bytes")) return answerBytes(request, response);
+  if (endsWith(request.URL(), "/form")) return answerForm(request, response);
   return answer(request, response);
 }
 

@@ -2,6 +2,7 @@
 #include "wsi/common/wsifcgi/fcgi_handle.hpp"
 
 #include <wx/log.hpp>
+#include "wsi/common/dump.hpp"
 
 namespace wsi {
 
@@ -25,8 +26,13 @@ FcgiResponse::FcgiResponse(std::ostream& output, bool headRequest, fcgi::Connect
       stdin_buf_(stdinBuf),
       stdout_buf_(stdoutBuf) {}
 
+// A host may have set an exception mask on the response stream: its exception stops here, as in
+// every response destructor, and the response is lost as on any failed stream.
 FcgiResponse::~FcgiResponse() {
-  close();
+  try {
+    close();
+  } catch (...) {
+  }
 }
 
 bool FcgiResponse::endWrite() {
@@ -84,14 +90,17 @@ const wsi::Response& FcgiHandle::Response() const {
 }
 
 void FcgiHandle::_dump(std::ostream& os) const {
-  os << "[IN]" << std::endl;
-  request_._dump(os);
-  os << "[OUT]" << std::endl;
-  response_._dump(os);
+  _dumpExchange(os, request_, response_);
 }
 
 bool FcgiHandle::finish() {
-  response_.close();
+  // An exception that the host's mask on the response stream raises while the response ends
+  // leaves the response incomplete: the connection is not reused.
+  try {
+    response_.close();
+  } catch (...) {
+    connection_.markBroken();
+  }
   return !connection_.broken() && connection_.codec().keepConnection() && stdin_buf_.ended();
 }
 
