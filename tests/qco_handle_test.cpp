@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <chrono>
 #include <iterator>
+#include <locale>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -93,6 +94,34 @@ TEST_F(QcoHandleTest, ResponseHeaderBlocksAreByteExact) {
       first.substr(0, first.size() - 4) + message("hello") +
           message(status(-1) + contentType("application/octet-stream; charset=utf-8") + "\x80") +
           message(status(-1) + contentType("application/octet-stream") + "\x80"));
+}
+
+// Content-Length is written as an output stream in the global locale writes the number: plain
+// digits under the classic locale, with the digit grouping of any other (existing hosts that set
+// a grouping locale get what they always got).
+TEST_F(QcoHandleTest, ContentLengthFollowsTheGlobalLocale) {
+  struct Grouping : std::numpunct<char> {
+    char do_thousands_sep() const override { return ','; }
+    std::string do_grouping() const override { return "\3"; }
+  };
+  const std::locale old = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+  std::string grouped, plain;
+  for (std::string* out : {&grouped, &plain}) {
+    SocketPair sp;
+    QorvaConnector conn(sp.host);
+    ASSERT_TRUE(sendAll(sp.peer, message("\x80")));
+    {
+      QcoHandle h(conn);
+      h.Response().setContentLength(1234567);
+      EXPECT_TRUE(h.Response().endWrite());
+    }
+    *out = receiveMessage(sp.peer);
+    std::locale::global(std::locale::classic());
+  }
+  std::locale::global(old);
+  const std::string type = contentType("application/octet-stream; charset=utf-8");
+  EXPECT_EQ(grouped, status(-1) + type + header("Content-Length", "1,234,567") + "\x80");
+  EXPECT_EQ(plain, status(-1) + type + header("Content-Length", "1234567") + "\x80");
 }
 
 // The host loop: one handle per request until the peer ends the connection. The first request

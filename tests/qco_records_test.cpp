@@ -34,9 +34,9 @@ TEST(QcoRecords, StringsInBothLengthForms) {
     for (std::size_t i = 0; i < n; i += 7)
       s[i] = static_cast<char>(i);
     const std::string bytes = qcotest::str(s);
-    std::ostringstream out;
-    records::writeString(out, s);
-    EXPECT_TRUE(out.str() == bytes);
+    std::string out;
+    records::appendString(out, s);
+    EXPECT_TRUE(out == bytes);
     EXPECT_TRUE(readBack(bytes, LongLength::full) == s + "|");
     const std::size_t ored = (n >> 16) | (n & 0xFFFF);
     EXPECT_TRUE(readBack(bytes, LongLength::halves_ored) ==
@@ -51,16 +51,16 @@ TEST(QcoRecords, StringsInBothLengthForms) {
 }
 
 TEST(QcoRecords, RecordsAreTheEncodersBytes) {
-  std::ostringstream out;
-  records::writeRecord(out, records::variable, "REQUEST_METHOD", "GET");
-  records::writeRecord(out, records::header, "Accept", std::string(40000, 'v'));
-  records::writeRecord(out, records::content_type, "text/plain");
-  records::writeStatus(out, 404);
-  records::writeStatus(out, -1);
-  records::writeEnd(out);
-  EXPECT_TRUE(out.str() == qcotest::wire("var:REQUEST_METHOD=GET header:Accept=" +
-                                         std::string(40000, 'v') + " type:text/plain") +
-                               qcotest::status(404) + qcotest::status(-1) + "\x80");
+  std::string out;
+  records::appendRecord(out, records::variable, "REQUEST_METHOD", "GET");
+  records::appendRecord(out, records::header, "Accept", std::string(40000, 'v'));
+  records::appendRecord(out, records::content_type, "text/plain");
+  records::appendStatus(out, 404);
+  records::appendStatus(out, -1);
+  records::appendEnd(out);
+  EXPECT_TRUE(out == qcotest::wire("var:REQUEST_METHOD=GET header:Accept=" +
+                                   std::string(40000, 'v') + " type:text/plain") +
+                         qcotest::status(404) + qcotest::status(-1) + "\x80");
 }
 
 // The peer's reading of a response block: the HTTP text, or what is wrong with the block.

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <istream>
 #include <ostream>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -20,8 +19,8 @@ namespace records = wsi::qco_records;
 
 // Writes one record of `type` whose strings are `name` (unless null) and `value`. Returns false,
 // with `error` set, when either is longer than a request record carries.
-bool writeRecord(std::ostream& block, records::Type type, const std::string* name,
-                 const std::string& value, std::string& error) {
+bool appendRecord(std::string& block, records::Type type, const std::string* name,
+                  const std::string& value, std::string& error) {
   for (const std::string* s : {name, &value}) {
     if (s != nullptr && s->size() > records::kMaxRequestString) {
       error = "'" + (name ? *name : std::string("Content-Type")).substr(0, 40) +
@@ -30,9 +29,9 @@ bool writeRecord(std::ostream& block, records::Type type, const std::string* nam
     }
   }
   if (name != nullptr)
-    records::writeRecord(block, type, *name, value);
+    records::appendRecord(block, type, *name, value);
   else
-    records::writeRecord(block, type, value);
+    records::appendRecord(block, type, value);
   return true;
 }
 
@@ -87,18 +86,17 @@ void writeHead(std::ostream& out, const ResponseHead& head) {
 }  // namespace
 
 bool encodeRequestBlock(const wsi::Request& request, std::string& block, std::string& error) {
-  std::ostringstream out;
+  block.clear();
   for (auto it = request.ServerVariables_begin(); it != request.ServerVariables_end(); ++it) {
-    if (!writeRecord(out, records::variable, &it->first, it->second, error)) return false;
+    if (!appendRecord(block, records::variable, &it->first, it->second, error)) return false;
   }
   for (auto it = request.HttpHeaders_begin(); it != request.HttpHeaders_end(); ++it) {
     const bool is_type = strcasecmp(it->first.c_str(), "Content-Type") == 0;
-    if (!writeRecord(out, is_type ? records::content_type : records::header,
-                     is_type ? nullptr : &it->first, it->second, error))
+    if (!appendRecord(block, is_type ? records::content_type : records::header,
+                      is_type ? nullptr : &it->first, it->second, error))
       return false;
   }
-  records::writeEnd(out);
-  block = out.str();
+  records::appendEnd(block);
   return true;
 }
 

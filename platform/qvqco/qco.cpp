@@ -167,21 +167,31 @@ bool QorvaStreamBuf::fillRaw() {
   }
   const bool inside = message_started_ || raw_end_ > 0;
   const long long deadline = inside ? deadlineIn(timeout_ms_) : -1;
+  // A socket is read without waiting first, so bytes that have already arrived cost one system
+  // call; poll comes in only when nothing is there yet. Any other descriptor may block in read,
+  // so it is polled first.
+  const bool socket_in = in_fd_ == out_fd_ && out_is_socket_;
+  bool wait = !socket_in;
   for (;;) {
-    const int ready = waitReady(in_fd_, POLLIN, deadline);
-    if (ready == 0) {
-      failInput(QorvaConnector::timed_out);
-      return false;
+    if (wait) {
+      const int ready = waitReady(in_fd_, POLLIN, deadline);
+      if (ready == 0) {
+        failInput(QorvaConnector::timed_out);
+        return false;
+      }
+      if (ready < 0) {
+        failInput(QorvaConnector::read_failed);
+        return false;
+      }
     }
-    if (ready < 0) {
-      failInput(QorvaConnector::read_failed);
-      return false;
-    }
-    const ssize_t n = read(in_fd_, in_buf_ + raw_end_, buffer_size - raw_end_);
+    char* to = in_buf_ + raw_end_;
+    const std::size_t room = buffer_size - raw_end_;
+    const ssize_t n = socket_in ? recv(in_fd_, to, room, MSG_DONTWAIT) : read(in_fd_, to, room);
     if (n > 0) {
       raw_end_ += static_cast<std::size_t>(n);
       return true;
     }
+    wait = !socket_in || (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK));
     if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) continue;
     if (n == 0 || errno == ECONNRESET) {
       failInput(inside ? QorvaConnector::closed_in_message : QorvaConnector::connection_ended);

@@ -1,6 +1,8 @@
 // The connector back end: the request read from the connector's record block, the response whose
 // header block goes back as records, and the handle that holds both.
+#include <charconv>
 #include <istream>
+#include <locale>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -25,6 +27,18 @@ const int kLineInitFailed = 223;
 const int kLineRequestDump = 246;
 const int kLineResponseDump = 313;
 const int kLineResponseFailed = 347;
+
+// `n` in decimal as an std::ostream in the global locale writes it: std::to_chars under the
+// classic locale, the stream's own formatting (digit grouping included) under any other.
+std::string decimal(unsigned long n) {
+  if (std::locale() == std::locale::classic()) {
+    char digits[24];
+    return std::string(digits, std::to_chars(digits, digits + sizeof digits, n).ptr);
+  }
+  std::ostringstream out;
+  out << n;
+  return out.str();
+}
 
 // The connector's buffer behind `stream`, which holds the error code and the connector.
 const qco::QorvaStreamBuf& connectorBuffer(const std::ios& stream) {
@@ -80,7 +94,7 @@ void QcoRequest::_readRecord(unsigned char type) {
   if (type == qco_records::content_type) {
     headers_["Content-Type"] = first;
     variables_["HEADER_Content-Type"] = first;
-    variables_["HTTP_CONTENT_TYPE"] = first;
+    variables_["HTTP_CONTENT_TYPE"] = std::move(first);
     return;
   }
   std::string value;
@@ -89,7 +103,7 @@ void QcoRequest::_readRecord(unsigned char type) {
   if (type == qco_records::header)
     headers_[first] = std::move(value);
   else
-    variables_[first] = std::move(value);
+    variables_.insert_or_assign(std::move(first), std::move(value));
 }
 
 // The failure exit of init: a peer that ended the connection is a trace, anything else a failure
@@ -275,18 +289,17 @@ void QcoResponse::_doSendHeaders() {
   }
   data_.clear();
 
-  qco_records::writeStatus(records_, HttpStatus);
+  std::string block;
+  qco_records::appendStatus(block, HttpStatus);
   std::string type(ContentType);
   if (!ContentEncoding.empty()) type.append("; charset=").append(ContentEncoding);
-  qco_records::writeRecord(records_, qco_records::content_type, type);
-  if (content_length_set_) {
-    std::ostringstream length;
-    length << ContentLength;
-    qco_records::writeRecord(records_, qco_records::header, "Content-Length", length.str());
-  }
+  qco_records::appendRecord(block, qco_records::content_type, type);
+  if (content_length_set_)
+    qco_records::appendRecord(block, qco_records::header, "Content-Length", decimal(ContentLength));
   for (OrderedNameTable::const_iterator it = headers_.begin(); it != headers_.end(); ++it)
-    qco_records::writeRecord(records_, qco_records::header, it->first, it->second);
-  qco_records::writeEnd(records_);
+    qco_records::appendRecord(block, qco_records::header, it->first, it->second);
+  qco_records::appendEnd(block);
+  records_.write(block.data(), static_cast<std::streamsize>(block.size()));
 
   if (!data_.fail()) data_.flush();
   if (data_.fail() && plog && plog->admits<3>())

@@ -1,74 +1,108 @@
-// The connector's record block, read and written over standard streams.
+// The connector's record block, read from a stream buffer and built in a string.
 #include "wsi/common/wsiqco/qco_records.hpp"
 
 #include <algorithm>
 #include <istream>
-#include <ostream>
 
 namespace wsi {
 namespace qco_records {
 
 namespace {
 
+// The longest read taken byte by byte instead of through sgetn.
+const std::streamsize kSmallRead = 4;
+
 // The most bytes of a string read at once.
 const unsigned long kReadPiece = 65536;
 
-void writeByte(std::ostream& out, unsigned char b) {
-  out.put(static_cast<char>(b));
+void appendByte(std::string& block, unsigned long b) {
+  block.push_back(static_cast<char>(b & 0xFF));
+}
+
+// Reads `n` bytes into `p` from the stream's buffer, in place of std::istream::read and with the
+// state it would leave. Returns true when all `n` arrived.
+bool readBytes(std::istream& in, char* p, std::streamsize n) {
+  if (!in.good()) {
+    in.setstate(std::ios::failbit);
+    return false;
+  }
+  if (in.tie() != nullptr) in.tie()->flush();
+  std::streambuf* buf = in.rdbuf();
+  std::streamsize got = 0;
+  try {
+    if (n > kSmallRead) {
+      got = buf->sgetn(p, n);
+    } else {
+      // Type bytes and lengths one byte at a time, inline while the buffer holds them.
+      for (std::streambuf::int_type c; got < n; ++got, ++p) {
+        if (std::streambuf::traits_type::eq_int_type(c = buf->sbumpc(),
+                                                     std::streambuf::traits_type::eof()))
+          break;
+        *p = std::streambuf::traits_type::to_char_type(c);
+      }
+    }
+  } catch (...) {
+    in.setstate(std::ios::badbit);  // throws when the stream asks for exceptions on badbit
+    return false;
+  }
+  if (got == n) return true;
+  in.setstate(std::ios::eofbit | std::ios::failbit);
+  return false;
 }
 
 // Reads 2 bytes as a big-endian number; false when the stream fails before both.
 bool readU16(std::istream& in, unsigned long& value) {
   unsigned char b[2];
-  if (!in.read(reinterpret_cast<char*>(b), 2)) return false;
+  if (!readBytes(in, reinterpret_cast<char*>(b), 2)) return false;
   value = (static_cast<unsigned long>(b[0]) << 8) | b[1];
   return true;
 }
 
 }  // namespace
 
-void writeString(std::ostream& out, const std::string& s) {
+void appendString(std::string& block, const std::string& s) {
   const std::string::size_type n = s.size();
   if (n <= 0x7FFF) {
-    writeByte(out, static_cast<unsigned char>(n >> 8));
-    writeByte(out, static_cast<unsigned char>(n & 0xFF));
+    appendByte(block, n >> 8);
+    appendByte(block, n);
   } else if (n <= 0x7FFFFFFF) {
     const unsigned long v = static_cast<unsigned long>(n) | 0x80000000UL;
     for (int shift = 24; shift >= 0; shift -= 8)
-      writeByte(out, static_cast<unsigned char>((v >> shift) & 0xFF));
+      appendByte(block, v >> shift);
   } else {
-    writeByte(out, 0);
-    writeByte(out, 0);
+    appendByte(block, 0);
+    appendByte(block, 0);
     return;
   }
-  out.write(s.data(), static_cast<std::streamsize>(n));
+  block.append(s);
 }
 
-void writeRecord(std::ostream& out, Type type, const std::string& value) {
-  writeByte(out, type);
-  writeString(out, value);
+void appendRecord(std::string& block, Type type, const std::string& value) {
+  appendByte(block, type);
+  appendString(block, value);
 }
 
-void writeRecord(std::ostream& out, Type type, const std::string& name, const std::string& value) {
-  writeByte(out, type);
-  writeString(out, name);
-  writeString(out, value);
+void appendRecord(std::string& block, Type type, const std::string& name,
+                  const std::string& value) {
+  appendByte(block, type);
+  appendString(block, name);
+  appendString(block, value);
 }
 
-void writeStatus(std::ostream& out, int code) {
+void appendStatus(std::string& block, int code) {
   const unsigned int bits = static_cast<unsigned int>(code);
-  writeByte(out, status);
-  writeByte(out, static_cast<unsigned char>((bits >> 8) & 0xFF));
-  writeByte(out, static_cast<unsigned char>(bits & 0xFF));
+  appendByte(block, status);
+  appendByte(block, bits >> 8);
+  appendByte(block, bits);
 }
 
-void writeEnd(std::ostream& out) {
-  writeByte(out, end);
+void appendEnd(std::string& block) {
+  appendByte(block, end);
 }
 
 bool readType(std::istream& in, unsigned char& type) {
   char byte = 0;
-  if (!in.read(&byte, 1)) return false;
+  if (!readBytes(in, &byte, 1)) return false;
   type = static_cast<unsigned char>(byte);
   return true;
 }
@@ -86,7 +120,7 @@ bool readString(std::istream& in, std::string& s, LongLength form) {
     const unsigned long piece = std::min(length, kReadPiece);
     const std::string::size_type at = s.size();
     s.resize(at + piece);
-    if (!in.read(&s[at], static_cast<std::streamsize>(piece))) {
+    if (!readBytes(in, &s[at], static_cast<std::streamsize>(piece))) {
       s.clear();
       return false;
     }

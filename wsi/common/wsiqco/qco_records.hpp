@@ -1,10 +1,11 @@
-// The connector's record block: its record types and its strings, read and written over standard
-// streams. The one definition of the format, for the library's connector request and response and
-// for the web server's side of the peer tool; not part of the library's public interface.
+// The connector's record block: its record types and its strings, read from the stream buffer of
+// a standard stream and built in a string to be written in one piece. The one definition of the
+// format, for the library's connector request and response and for the web server's side of the
+// peer tool; not part of the library's public interface.
 #ifndef WSI_COMMON_WSIQCO_QCO_RECORDS_HPP
 #define WSI_COMMON_WSIQCO_QCO_RECORDS_HPP
 
-#include <iosfwd>
+#include <istream>
 #include <string>
 
 namespace wsi {
@@ -33,23 +34,27 @@ enum class LongLength {
 // The longest string that a request record carries intact (see LongLength::halves_ored).
 const std::string::size_type kMaxRequestString = 0xFFFF;
 
-// Writes `s` as a string: 2 length bytes, big-endian, up to 0x7FFF; 4 bytes of the length with
-// the top bit set up to 0x7FFFFFFF; then the bytes. A longer string goes out as the 2 bytes
-// 0x00 0x00 and nothing else, which the web server reads as empty. Stream failures are left in
-// the stream's state.
-void writeString(std::ostream& out, const std::string& s);
+// Appends `s` to `block` as a string: 2 length bytes, big-endian, up to 0x7FFF; 4 bytes of the
+// length with the top bit set up to 0x7FFFFFFF; then the bytes. A longer string goes out as the 2
+// bytes 0x00 0x00 and nothing else, which the web server reads as empty. A block is built whole
+// and then written with one write, so the stream buffer sees the bytes in one piece.
+void appendString(std::string& block, const std::string& s);
 
-// Writes a record of `type` whose body is the one string `value` (content_type).
-void writeRecord(std::ostream& out, Type type, const std::string& value);
+// Appends a record of `type` whose body is the one string `value` (content_type).
+void appendRecord(std::string& block, Type type, const std::string& value);
 
-// Writes a record of `type` whose body is the strings `name` and `value` (header, variable).
-void writeRecord(std::ostream& out, Type type, const std::string& name, const std::string& value);
+// Appends a record of `type` whose body is the strings `name` and `value` (header, variable).
+void appendRecord(std::string& block, Type type, const std::string& name, const std::string& value);
 
-// Writes the status record: the type byte, then the low 16 bits of `code`, big-endian.
-void writeStatus(std::ostream& out, int code);
+// Appends the status record: the type byte, then the low 16 bits of `code`, big-endian.
+void appendStatus(std::string& block, int code);
 
-// Writes the end record.
-void writeEnd(std::ostream& out);
+// Appends the end record.
+void appendEnd(std::string& block);
+
+// The readers take their bytes straight from the stream's buffer (sgetn) and leave the stream in
+// the state that std::istream::read would: failbit when it was not good before, eofbit and
+// failbit when the buffer ran dry first, badbit when the buffer threw.
 
 // Reads one type byte into `type`. Returns false, leaving `type` alone, when the stream has
 // failed or ends before it.
