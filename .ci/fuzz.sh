@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fuzzing, run by .ci/run (or alone: `bash .ci/fuzz.sh`). Builds the libFuzzer targets of fuzz/
 # with clang (-fsanitize=fuzzer,address,undefined; the preset fuzz, in build-ci-fuzz), replays
-# each committed corpus, then runs each target for WSI_FUZZ_SECONDS seconds (default 60) over a
+# each committed corpus, then runs each target for WSI_FUZZ_SECONDS seconds (default 40) over a
 # scratch copy of its corpus, with its dictionary. Any crash, failed check, leak, timeout or
 # out-of-memory stops the run with a non-zero status and leaves the input under
 # build-ci-fuzz/artifacts. Each target's final stats (executions per second, total executions)
@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=$root/build-ci-fuzz
-seconds=${WSI_FUZZ_SECONDS:-60}
+seconds=${WSI_FUZZ_SECONDS:-40}
 
 # target:max_len, the longest input each target is given: a specification string is short; a
 # connector request is framed and read through a socket; the field-based targets build long texts
