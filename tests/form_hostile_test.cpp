@@ -116,35 +116,6 @@ TEST(MultipartHostile, ThousandParameters) {
   EXPECT_EQ(error, "the Content-Type gives the boundary parameter more than once");
 }
 
-TEST(UrlencodedLimits, EachLimitGivesItsError) {
-  struct Case {
-    std::string body;
-    std::size_t max_body, max_pairs, max_item;
-    const char* error;
-  } cases[] = {
-      {"a=1&b=2&c=3", 11, 3, 5, ""},
-      {"a=1&b=2&c=3", 10, 3, 5, "the form body is larger than the limit of 10 bytes"},
-      {"a=1&b=2&c=3", 11, 2, 5, "the form holds more than 2 pairs"},
-      {"namelong=1", 11, 3, 5, "a name of the form is longer than 5 bytes"},
-      {"a=123456&b", 11, 3, 5, "a value of the form is longer than 5 bytes"},
-      {"a=%41%41%41", 11, 3, 5, "a value of the form is longer than 5 bytes"},
-  };
-  for (const Case& c : cases) {
-    wsi::UrlencodedLimits limits;
-    limits.max_body = c.max_body;
-    limits.max_pairs = c.max_pairs;
-    limits.max_item = c.max_item;
-    for (std::size_t split = 0; split <= c.body.size(); ++split) {
-      wsi::UrlencodedParser parser(limits);
-      parser.feed(c.body.data(), split);
-      parser.feed(c.body.data() + split, c.body.size() - split);
-      parser.finish();
-      EXPECT_EQ(parser.error(), c.error) << c.body << " split " << split;
-      EXPECT_EQ(parser.status(), *c.error ? wsi::form_too_large : wsi::form_ok);
-    }
-  }
-}
-
 // One exchange over the stream back end: the configuration lines and the posted data.
 struct Exchange {
   std::istringstream config;
