@@ -53,12 +53,10 @@ bool retry(std::chrono::milliseconds limit, Probe probe) {
   }
 }
 
-}  // namespace
-
 // Whether `address` accepts a connection within `limit`; false as soon as `server` (when not
 // null) has ended.
-static bool waitToConnect(const sockaddr* address, socklen_t size, std::chrono::milliseconds limit,
-                          ServerProcess* server) {
+bool waitToConnect(const sockaddr* address, socklen_t size, std::chrono::milliseconds limit,
+                   ServerProcess* server) {
   bool ok = false;
   retry(limit, [&] {
     ok = connects(address, size);
@@ -66,8 +64,6 @@ static bool waitToConnect(const sockaddr* address, socklen_t size, std::chrono::
   });
   return ok;
 }
-
-namespace {
 
 // The environment of the parent with `extra` ("NAME=value") added, replacing a same-named entry.
 std::vector<std::string> environment(const std::vector<std::string>& extra) {
