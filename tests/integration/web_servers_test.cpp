@@ -40,12 +40,6 @@ const wsi_test::TempDir& clientDir() {
   return dir;
 }
 
-std::string dataDir() {
-  std::string path = clientDir() / "";
-  path.pop_back();
-  return path;
-}
-
 // One running web server per set-up, started at its first use and stopped when the test program
 // ends (also after failed tests); a set-up that failed to start keeps its error.
 class Servers : public ::testing::Environment {
@@ -120,7 +114,7 @@ TEST_P(ThroughServer, RequestTable) {
     std::vector<std::string> args;
     std::string posted;
     for (const std::string& arg : split(row[1], '|')) {
-      args.push_back(replaced(arg, "@DATA@", dataDir()));
+      args.push_back(replaced(arg, "@DATA@/", clientDir() / ""));
       if (arg.rfind("@@DATA@/", 0) == 0) posted = wsi_test::readFile(args.back().substr(1));
     }
     const Response r = fetch(web.port(), row[2], args, web.dir());
@@ -279,7 +273,7 @@ std::string configFromCurl(const std::string& trace) {
 // header has no port: Debian's fastcgi_params passes nginx's $host, which drops it.
 TEST(Nginx, SameRequestAsOverTheStreamBackEnd) {
   WebServer& web = Servers::get(Frontend::nginx);
-  const std::string posted = dataDir() + "/100k.dat";
+  const std::string posted = clientDir() / "100k.dat";
   const Response r =
       fetch(web.port(), "/compare/me?a=1&b=two%20words&c=%C3%A9",
             {"-v", "-H", "Host: wsi.example", "-H", "X-Request-Id: cmp-7", "-H", "Cookie: k=v; n=m",
