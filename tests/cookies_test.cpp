@@ -1,12 +1,11 @@
 // The Cookie header read both ways: parsed from requests, built for Set-Cookie, and several
-// cookies on one response as the client receives them.
+// cookies on one response as the client receives them (on a CGI response: form_page_test).
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include <wsi/cgi_handle.hpp>
 #include <wsi/cookies.hpp>
 #include "data_table.hpp"
 #include "ios_test_util.hpp"
@@ -89,23 +88,6 @@ TEST(ResponseCookies, SeveralCookiesBecomeSeveralLinesOnTheStreamBackEnd) {
             std::string::npos)
       << output;
   EXPECT_EQ(output.find("evil"), std::string::npos);
-}
-
-// A CGI response takes one header per cookie.
-TEST(ResponseCookies, SeveralCookiesBecomeSeveralHeadersOnACgiResponse) {
-  std::ostringstream output;
-  {
-    wsi::CgiResponse response(output, false);
-    wsi::ResponseCookies cookies(response);
-    std::string error;
-    EXPECT_TRUE(cookies.add(wsi::SetCookie("a", "1"), error));
-    EXPECT_TRUE(cookies.add(wsi::SetCookie("b", "2").secure(), error));
-    response.setHttpStatus(wsi::Http::Ok);
-    EXPECT_TRUE(response.endWrite());
-  }
-  EXPECT_NE(output.str().find("\r\nSet-Cookie: a=1\r\nSet-Cookie: b=2; Secure\r\n"),
-            std::string::npos)
-      << output.str();
 }
 
 }  // namespace
