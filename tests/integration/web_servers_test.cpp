@@ -222,13 +222,9 @@ std::map<std::string, std::string> byName(const std::vector<std::string>& lines)
   return map;
 }
 
-// `text` with '%' written as "%25": request configuration values are percent-decoded.
-std::string configValue(const std::string& text) {
-  return replaced(text, "%", "%25");
-}
-
 // The request configuration for the stream back end holding what curl sent (its "> " lines of
-// -v output): the method, the URL and every header.
+// -v output): the method, the URL and every header, '%' written as "%25" (the values are
+// percent-decoded).
 std::string configFromCurl(const std::string& trace) {
   std::string config;
   for (std::string line : split(trace, '\n')) {
@@ -238,10 +234,10 @@ std::string configFromCurl(const std::string& trace) {
     if (config.empty()) {
       const std::vector<std::string> request_line = split(line.substr(2), ' ');
       config = "REQUEST_METHOD=" + request_line.at(0) +
-               "\nHTTP_URL=" + configValue(request_line.at(1)) + "\n";
+               "\nHTTP_URL=" + replaced(request_line.at(1), "%", "%25") + "\n";
     } else if (colon != std::string::npos) {
-      config +=
-          "header." + line.substr(2, colon - 2) + "=" + configValue(line.substr(colon + 2)) + "\n";
+      config += "header." + line.substr(2, colon - 2) + "=" +
+                replaced(line.substr(colon + 2), "%", "%25") + "\n";
     }
   }
   return config;
