@@ -51,6 +51,21 @@ TEST(UrlencodedParser, TableAtEverySplit) {
   }
 }
 
+TEST(UrlencodedParser, EachLimitGivesItsError) {
+  for (const wsi_test::Row& row : wsi_test::readTable("urlencoded_limits.tsv")) {
+    wsi::UrlencodedLimits limits;
+    limits.max_body = std::stoul(row[1]);
+    limits.max_pairs = std::stoul(row[2]);
+    limits.max_item = std::stoul(row[3]);
+    for (long split = -1; split <= static_cast<long>(row[0].size()); ++split) {
+      wsi::UrlencodedParser parser(limits);
+      EXPECT_EQ(feedPieces(parser, row[0], split), row[4].empty()) << "line " << row.line;
+      EXPECT_EQ(parser.error(), row[4]) << "line " << row.line << " split " << split;
+      EXPECT_EQ(parser.status(), row[4].empty() ? wsi::form_ok : wsi::form_too_large);
+    }
+  }
+}
+
 // Records the parts as the table writes them: name, file name or "-", Content-Type, data.
 struct Recorder : wsi::MultipartHandler {
   std::vector<std::string> fields;

@@ -17,8 +17,6 @@
 
 #include "ios_test_util.hpp"
 
-extern char** environ;
-
 namespace wsi_it {
 namespace {
 
@@ -53,34 +51,16 @@ bool retry(std::chrono::milliseconds limit, Probe probe) {
   }
 }
 
-}  // namespace
-
 // Whether `address` accepts a connection within `limit`; false as soon as `server` (when not
 // null) has ended.
-static bool waitToConnect(const sockaddr* address, socklen_t size, std::chrono::milliseconds limit,
-                          ServerProcess* server) {
+bool waitToConnect(const sockaddr* address, socklen_t size, std::chrono::milliseconds limit,
+                   ServerProcess* server) {
   bool ok = false;
   retry(limit, [&] {
     ok = connects(address, size);
     return ok || (server != nullptr && !server->running());
   });
   return ok;
-}
-
-namespace {
-
-// The environment of the parent with `extra` ("NAME=value") added, replacing a same-named entry.
-std::vector<std::string> environment(const std::vector<std::string>& extra) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e != nullptr; ++e) {
-    const std::string entry(*e);
-    bool replaced = false;
-    for (const std::string& x : extra)
-      replaced = replaced || entry.compare(0, x.find('=') + 1, x, 0, x.find('=') + 1) == 0;
-    if (!replaced) env.push_back(entry);
-  }
-  env.insert(env.end(), extra.begin(), extra.end());
-  return env;
 }
 
 // NULL-terminated pointers to the texts of `v`, for the exec functions.
@@ -103,13 +83,11 @@ void moveTo(int fd, int target, int report) {
 }
 
 // Starts `argv` (looked up in PATH when it holds no '/') in a new process group with `dir` as its
-// working directory, descriptor 0 from `in_fd` (or /dev/null), 1 from `out_fd` and 2 from
-// `err_fd`. Returns its pid; throws std::runtime_error when it could not be started.
-pid_t spawn(std::vector<std::string> argv, const std::string& dir, int in_fd, int out_fd,
-            int err_fd, const std::vector<std::string>& extra_env) {
+// working directory, descriptor 0 from /dev/null, 1 from `out_fd` and 2 from `err_fd`. Returns
+// its pid; throws std::runtime_error when it could not be started.
+pid_t spawn(std::vector<std::string> argv, const std::string& dir, int out_fd, int err_fd) {
   if (argv.empty()) throw std::runtime_error("no program to start");
-  std::vector<std::string> env = environment(extra_env);
-  std::vector<char*> args = pointers(argv), envp = pointers(env);
+  std::vector<char*> args = pointers(argv);
   int report[2];
   if (pipe2(report, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
   const int null_fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -119,11 +97,11 @@ pid_t spawn(std::vector<std::string> argv, const std::string& dir, int in_fd, in
     // Should the test program die without stopping it, the program does not outlive it.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (chdir(dir.c_str()) != 0) moveTo(-1, 0, report[1]);
-    moveTo(in_fd >= 0 ? in_fd : null_fd, 0, report[1]);
+    moveTo(null_fd, 0, report[1]);
     moveTo(out_fd, 1, report[1]);
     moveTo(err_fd, 2, report[1]);
     signal(SIGPIPE, SIG_DFL);
-    execvpe(args[0], args.data(), envp.data());
+    execvp(args[0], args.data());
     moveTo(-1, 0, report[1]);
   }
   close(report[1]);
@@ -181,12 +159,11 @@ bool waitForUnixSocket(const std::string& path, std::chrono::milliseconds limit,
 }
 
 ServerProcess::ServerProcess(const std::vector<std::string>& argv, const std::string& dir,
-                             const std::string& log, const std::vector<std::string>& env,
-                             int stdin_fd)
+                             const std::string& log)
     : log_(log) {
   const int fd = openLog(log);
   try {
-    pid_ = spawn(argv, dir, stdin_fd, fd, fd, env);
+    pid_ = spawn(argv, dir, fd, fd);
   } catch (...) {
     close(fd);
     throw;
@@ -228,7 +205,7 @@ RunResult runProgram(const std::vector<std::string>& argv, const std::string& di
   const int out = openLog(base + ".out"), err = openLog(base + ".err");
   pid_t pid = -1;
   try {
-    pid = spawn(argv, dir, -1, out, err, {});
+    pid = spawn(argv, dir, out, err);
   } catch (const std::exception& e) {
     result.err = e.what();
   }

@@ -16,16 +16,13 @@ namespace wsi_it {
 int freeLoopbackPort();
 
 // A program run in the background, in a process group of its own, with `dir` as its working
-// directory and its standard output and error appended to the file `log`. Standard input is
-// /dev/null, or the descriptor `stdin_fd` when it is not -1. `env` entries ("NAME=value") are
-// added to the environment. The constructor throws std::runtime_error, naming the program and
-// the reason, when the program cannot be started (a missing binary among them). Destroying the
-// object stops the group.
+// directory, standard input /dev/null and its standard output and error appended to the file
+// `log`. The constructor throws std::runtime_error, naming the program and the reason, when the
+// program cannot be started (a missing binary among them). Destroying the object stops the group.
 class ServerProcess {
  public:
   ServerProcess(const std::vector<std::string>& argv, const std::string& dir,
-                const std::string& log, const std::vector<std::string>& env = {},
-                int stdin_fd = -1);
+                const std::string& log);
   ~ServerProcess();
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 #include <algorithm>
+#include <sstream>
 #include <stdexcept>
 
 namespace wsi_it {
@@ -28,27 +29,17 @@ struct Recipe {
   const char* program;
   const char* conf;
   const char* error_log;
-  std::vector<std::string> args;
+  const char* args;  // separated by blanks
 };
 
 const Recipe& recipeOf(Frontend setup) {
   static const Recipe recipes[] = {
-      {"nginx",
-       "/usr/sbin/nginx",
-       "nginx.conf",
-       "nginx-error.log",
-       {"-p", "@DIR@/", "-c", "@CONF@"}},
-      {"lighttpd_fastcgi",
-       "/usr/sbin/lighttpd",
-       "lighttpd-fastcgi.conf",
-       "lighttpd-error.log",
-       {"-D", "-f", "@CONF@"}},
-      {"lighttpd_cgi",
-       "/usr/sbin/lighttpd",
-       "lighttpd-cgi.conf",
-       "lighttpd-error.log",
-       {"-D", "-f", "@CONF@"}},
-      {"apache", "/usr/sbin/apache2", "apache.conf", "apache-error.log", {"-X", "-f", "@CONF@"}},
+      {"nginx", "/usr/sbin/nginx", "nginx.conf", "nginx-error.log", "-p @DIR@/ -c @CONF@"},
+      {"lighttpd_fastcgi", "/usr/sbin/lighttpd", "lighttpd-fastcgi.conf", "lighttpd-error.log",
+       "-D -f @CONF@"},
+      {"lighttpd_cgi", "/usr/sbin/lighttpd", "lighttpd-cgi.conf", "lighttpd-error.log",
+       "-D -f @CONF@"},
+      {"apache", "/usr/sbin/apache2", "apache.conf", "apache-error.log", "-X -f @CONF@"},
   };
   return recipes[static_cast<int>(setup)];
 }
@@ -107,7 +98,8 @@ void WebServer::startServer(Frontend setup, int hosts) {
   wsi_test::writeFile(conf, configuration(recipe.conf, values));
   server_log_ = dir_ / recipe.error_log;
   std::vector<std::string> argv = {recipe.program};
-  for (const std::string& arg : recipe.args)
+  std::istringstream args(recipe.args);
+  for (std::string arg; args >> arg;)
     argv.push_back(replaced(replaced(arg, "@CONF@", conf), "@DIR@", dir_path_));
   server_.reset(new ServerProcess(argv, dir_path_, dir_ / "server.out"));
   if (!waitForTcp(port_, kStartLimit, server_.get()))

@@ -40,41 +40,14 @@ const wsi_test::TempDir& clientDir() {
   return dir;
 }
 
-std::string dataDir() {
-  std::string path = clientDir() / "";
-  path.pop_back();
-  return path;
-}
-
 // One running web server per set-up, started at its first use and stopped when the test program
-// ends (also after failed tests); a set-up that failed to start keeps its error.
-class Servers : public ::testing::Environment {
- public:
-  static WebServer& get(Frontend setup) {
-    Entry& entry = entries()[setup];
-    if (!entry.server && entry.error.empty()) {
-      try {
-        entry.server.reset(new WebServer(setup));
-      } catch (const std::exception& e) {
-        entry.error = e.what();
-      }
-    }
-    if (!entry.server) throw std::runtime_error(entry.error);
-    return *entry.server;
-  }
-  void TearDown() override { entries().clear(); }
-
- private:
-  struct Entry {
-    std::unique_ptr<WebServer> server;
-    std::string error;
-  };
-  static std::map<Frontend, Entry>& entries() {
-    static std::map<Frontend, Entry> all;
-    return all;
-  }
-};
-::testing::Environment* const kServers = ::testing::AddGlobalTestEnvironment(new Servers);
+// ends.
+WebServer& serverFor(Frontend setup) {
+  static std::map<Frontend, std::unique_ptr<WebServer>> all;
+  std::unique_ptr<WebServer>& server = all[setup];
+  if (!server) server.reset(new WebServer(setup));
+  return *server;
+}
 
 std::vector<std::string> split(const std::string& text, char separator) {
   std::vector<std::string> parts;
@@ -110,7 +83,7 @@ void expectBody(const std::string& body, const std::string& expected) {
 
 class ThroughServer : public ::testing::TestWithParam<Frontend> {
  protected:
-  WebServer& server() { return Servers::get(GetParam()); }
+  WebServer& server() { return serverFor(GetParam()); }
 };
 
 TEST_P(ThroughServer, RequestTable) {
@@ -120,7 +93,7 @@ TEST_P(ThroughServer, RequestTable) {
     std::vector<std::string> args;
     std::string posted;
     for (const std::string& arg : split(row[1], '|')) {
-      args.push_back(replaced(arg, "@DATA@", dataDir()));
+      args.push_back(replaced(arg, "@DATA@/", clientDir() / ""));
       if (arg.rfind("@@DATA@/", 0) == 0) posted = wsi_test::readFile(args.back().substr(1));
     }
     const Response r = fetch(web.port(), row[2], args, web.dir());
@@ -189,7 +162,7 @@ INSTANTIATE_TEST_SUITE_P(Servers, ThroughServer,
 // A client that leaves mid-response: the host's endWrite() fails (the demo says so on its error
 // output) and the host serves the next request.
 TEST(Nginx, ClientLeavingMidResponseFailsOnlyThatResponse) {
-  WebServer& web = Servers::get(Frontend::nginx);
+  WebServer& web = serverFor(Frontend::nginx);
   const std::string before = web.hostErrors();
   const wsi_it::RunResult run = wsi_it::runProgram(
       {"curl", "-sS", "-o", "/dev/null", "--limit-rate", "200k", "--max-time", "1",
@@ -212,7 +185,7 @@ TEST(Nginx, ClientLeavingMidResponseFailsOnlyThatResponse) {
 // 16 kept-alive connections to a host of 2 threads: idle connections wait without a thread, so
 // round after round reuses them and none stalls.
 TEST(Nginx, KeptAliveConnectionsOutnumberHostThreads) {
-  WebServer& web = Servers::get(Frontend::nginx);
+  WebServer& web = serverFor(Frontend::nginx);
   for (int round = 0; round < 3; ++round) {
     ASSERT_TRUE(parallelPages(web, 32, 16)) << "round " << round;
   }
@@ -249,13 +222,9 @@ std::map<std::string, std::string> byName(const std::vector<std::string>& lines)
   return map;
 }
 
-// `text` with '%' written as "%25": request configuration values are percent-decoded.
-std::string configValue(const std::string& text) {
-  return replaced(text, "%", "%25");
-}
-
 // The request configuration for the stream back end holding what curl sent (its "> " lines of
-// -v output): the method, the URL and every header.
+// -v output): the method, the URL and every header, '%' written as "%25" (the values are
+// percent-decoded).
 std::string configFromCurl(const std::string& trace) {
   std::string config;
   for (std::string line : split(trace, '\n')) {
@@ -265,10 +234,10 @@ std::string configFromCurl(const std::string& trace) {
     if (config.empty()) {
       const std::vector<std::string> request_line = split(line.substr(2), ' ');
       config = "REQUEST_METHOD=" + request_line.at(0) +
-               "\nHTTP_URL=" + configValue(request_line.at(1)) + "\n";
+               "\nHTTP_URL=" + replaced(request_line.at(1), "%", "%25") + "\n";
     } else if (colon != std::string::npos) {
-      config +=
-          "header." + line.substr(2, colon - 2) + "=" + configValue(line.substr(colon + 2)) + "\n";
+      config += "header." + line.substr(2, colon - 2) + "=" +
+                replaced(line.substr(colon + 2), "%", "%25") + "\n";
     }
   }
   return config;
@@ -278,8 +247,8 @@ std::string configFromCurl(const std::string& trace) {
 // arguments, the same headers (by name, whatever its case) and the same posted data. The Host
 // header has no port: Debian's fastcgi_params passes nginx's $host, which drops it.
 TEST(Nginx, SameRequestAsOverTheStreamBackEnd) {
-  WebServer& web = Servers::get(Frontend::nginx);
-  const std::string posted = dataDir() + "/100k.dat";
+  WebServer& web = serverFor(Frontend::nginx);
+  const std::string posted = clientDir() / "100k.dat";
   const Response r =
       fetch(web.port(), "/compare/me?a=1&b=two%20words&c=%C3%A9",
             {"-v", "-H", "Host: wsi.example", "-H", "X-Request-Id: cmp-7", "-H", "Cookie: k=v; n=m",
