@@ -2,7 +2,6 @@
 #include "fastcgi_host.hpp"
 
 #include <signal.h>
-
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include <wsi/wsi.hpp>
-
 #include "demo_routes.hpp"
 
 namespace demo {

@@ -10,7 +10,6 @@
 #include <fcgiapp.h>
 #include <fcgio.h>
 #include <sys/stat.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -20,7 +19,6 @@
 #include <vector>
 
 #include <wsi/cgi_handle.hpp>
-
 #include "demo_routes.hpp"
 
 namespace {

@@ -6,7 +6,6 @@
 #include <string>
 
 #include <wsi/cgi_handle.hpp>
-
 #include "wsi/common/dump.hpp"
 
 namespace wsi {

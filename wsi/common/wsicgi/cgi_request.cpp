@@ -7,7 +7,6 @@
 #include <wsi/cgi_handle.hpp>
 #include <wx/log.hpp>
 #include <wx/url_parser.hpp>
-
 #include "wsi/common/dump.hpp"
 #include "wsi/common/wsicgi/cgi_variables.hpp"
 

@@ -7,7 +7,6 @@
 #include <wsi/cgi_handle.hpp>
 #include <wx/char_casing.hpp>
 #include <wx/log.hpp>
-
 #include "wsi/common/dump.hpp"
 #include "wsi/common/wsicgi/cgi_header_block.hpp"
 #include "wsi/common/wsicgi/cgi_variables.hpp"

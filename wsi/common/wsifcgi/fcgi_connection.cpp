@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
-
 #include <cstring>
 
 #include <wx/log.hpp>

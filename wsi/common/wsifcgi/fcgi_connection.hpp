@@ -8,7 +8,6 @@
 #include <cstdint>
 
 #include <wsi/fcgi_server.hpp>
-
 #include "wsi/common/wsifcgi/fcgi_codec.hpp"
 
 namespace wx {

@@ -7,7 +7,6 @@
 #include <ostream>
 
 #include <wsi/cgi_handle.hpp>
-
 #include "wsi/common/wsifcgi/fcgi_connection.hpp"
 #include "wsi/common/wsifcgi/fcgi_streams.hpp"
 

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>

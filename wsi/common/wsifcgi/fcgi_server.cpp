@@ -1,7 +1,5 @@
 // The FastCGI server: listening sockets and idle connections in one epoll set, served by whichever
 // host threads call accept().
-#include <wsi/fcgi_server.hpp>
-
 #include <errno.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -10,7 +8,6 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -19,8 +16,8 @@
 #include <system_error>
 #include <utility>
 
+#include <wsi/fcgi_server.hpp>
 #include <wx/log.hpp>
-
 #include "wsi/common/wsifcgi/fcgi_connection.hpp"
 #include "wsi/common/wsifcgi/fcgi_handle.hpp"
 #include "wsi/common/wsifcgi/fcgi_listen.hpp"

@@ -106,9 +106,9 @@ WSI_API bool multipartBoundary(const std::string& content_type, std::string& bou
 
 // Reads one part's header block (lines ended by CR LF, without the empty line) into `part`,
 // replacing what it held: every line into headers, Content-Disposition's name, filename and
-// filename* (RFC 8187: charset'language'percent-encoded), Content-Type. A line that continues the previous one (it
-// begins with a blank or tab) is joined to it. False, with `error`, for a line without ':' or a
-// Content-Disposition whose quoted text is not closed.
+// filename* (RFC 8187: charset'language'percent-encoded), Content-Type. A line that continues the
+// previous one (it begins with a blank or tab) is joined to it. False, with `error`, for a line
+// without ':' or a Content-Disposition whose quoted text is not closed.
 WSI_API bool parsePartHeaders(const std::string& block, MultipartPart& part, std::string& error);
 
 }  // namespace wsi
