@@ -34,8 +34,7 @@ std::string headerNameOf(const std::string& name) {
   static const unsigned long kPrefixLen = sizeof kPrefix - 1;
   if (nameIs(name, "CONTENT_TYPE")) return "Content-Type";
   if (nameIs(name, "CONTENT_LENGTH")) return "Content-Length";
-  if (name.size() <= kPrefixLen || Casing::nocase_compare(name.c_str(), kPrefix, kPrefixLen) != 0 ||
-      nameIs(name, "HTTP_CONTENT_TYPE") || nameIs(name, "HTTP_CONTENT_LENGTH"))
+  if (name.size() <= kPrefixLen || Casing::nocase_compare(name.c_str(), kPrefix, kPrefixLen) != 0)
     return std::string();
   // Web servers upper-case the name and turn '-' into '_'; the usual spelling capitalises each
   // word.
@@ -47,6 +46,9 @@ std::string headerNameOf(const std::string& name) {
     c = word_start ? Casing::ascii_toupper_[static_cast<unsigned char>(c)] : lowerCase(c);
     word_start = c == '-';
   }
+  // The body's type and length are the web server's to state (CONTENT_TYPE, CONTENT_LENGTH),
+  // whatever spelling of them a client header came in.
+  if (nameIs(header, "Content-Type") || nameIs(header, "Content-Length")) return std::string();
   return header;
 }
 
