@@ -25,16 +25,13 @@ inline std::string unescapeField(const std::string& raw) {
   for (std::size_t i = 0; i < raw.size(); ++i) {
     if (raw[i] != '\\' || i + 1 == raw.size()) {
       out += raw[i];
-      continue;
-    }
-    const char c = raw[++i];
-    if (c == 'x') {
+    } else if (raw[++i] == 'x') {
       if (i + 2 >= raw.size()) throw std::runtime_error("truncated \\x escape: " + raw);
       out += static_cast<char>(std::stoi(raw.substr(i + 1, 2), nullptr, 16));
       i += 2;
     } else {
-      const std::size_t at = kLetters.find(c);
-      out += at == std::string::npos ? std::string(1, c) : kBytes.substr(at, 1);
+      const std::size_t at = kLetters.find(raw[i]);
+      out += at == std::string::npos ? std::string(1, raw[i]) : kBytes.substr(at, 1);
     }
   }
   return out;
@@ -51,13 +48,12 @@ inline std::vector<Row> readTable(const std::string& name) {
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
     if (line.empty() || line[0] == '#') continue;
-    Row row;
-    row.line = number;
+    Row row{{}, number};
     std::istringstream fields(line);
     std::string field;
     while (std::getline(fields, field, '\t'))
       row.fields.push_back(unescapeField(field));
-    if (!line.empty() && line.back() == '\t') row.fields.push_back(std::string());
+    if (line.back() == '\t') row.fields.push_back(std::string());
     rows.push_back(row);
   }
   if (rows.empty()) throw std::runtime_error("empty test table " + path);

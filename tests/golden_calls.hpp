@@ -14,6 +14,7 @@
 
 #include <wsi/wsi.h>
 #include <wsi/wsi.hpp>
+#include "data_table.hpp"
 
 namespace wsi_test {
 
@@ -27,45 +28,42 @@ inline std::pair<std::string, std::string> headerOf(const std::string& arg) {
 // Does one line of a case's "calls" text on the exchange of `handle`.
 inline void call(wsi::Handle& handle, const std::string& word, const std::string& arg) {
   wsi::Response& r = handle.Response();
-  if (word == "status") {
-    r.setHttpStatus(static_cast<wsi::Http::Status>(std::stoi(arg)));
-  } else if (word == "type") {
-    r.setContentType(arg);
-  } else if (word == "encoding") {
-    r.setContentEncoding(arg);
-  } else if (word == "length") {
-    r.setContentLength(std::stoul(arg));
-  } else if (word == "header") {
-    ASSERT_NE(std::string::npos, arg.find(':'));
-    r.setHttpHeader(headerOf(arg).first, headerOf(arg).second);
-  } else if (word == "add") {
+  wsi::Request& q = handle.Request();
+  if (word == "status") return r.setHttpStatus(static_cast<wsi::Http::Status>(std::stoi(arg)));
+  if (word == "type") return r.setContentType(arg);
+  if (word == "encoding") return r.setContentEncoding(arg);
+  if (word == "length") return r.setContentLength(std::stoul(arg));
+  if (word == "header") return r.setHttpHeader(headerOf(arg).first, headerOf(arg).second);
+  if (word == "begin") return static_cast<void>(r.beginWrite());
+  if (word == "flush") return r.flush();
+  if (word == "close") return r.close();
+  if (word == "end") {
+    EXPECT_EQ(arg != "false", r.endWrite());
+    return;
+  }
+  if (word == "add") {
     wsi::CgiResponse* cgi = dynamic_cast<wsi::CgiResponse*>(&r);
     ASSERT_TRUE(cgi != nullptr) << "add needs a CGI response";
-    cgi->addHttpHeader(headerOf(arg).first, headerOf(arg).second);
-  } else if (word == "begin") {
-    r.beginWrite();
-  } else if (word == "body") {
-    if (std::ostream* os = r.beginWrite()) *os << arg << '\n';
-  } else if (word == "request") {
-    if (std::ostream* os = r.beginWrite()) handle.Request()._dump(*os);
-  } else if (word == "response") {
-    if (std::ostream* os = r.beginWrite()) r._dump(*os);
-  } else if (word == "posted") {
-    std::istream* in = handle.Request().beginRead();
-    std::ostream* os = r.beginWrite();
-    ASSERT_TRUE(in != nullptr && os != nullptr);
-    std::copy(std::istreambuf_iterator<char>(*in), std::istreambuf_iterator<char>(),
-              std::ostreambuf_iterator<char>(*os));
-    EXPECT_EQ(arg != "false", handle.Request().endRead());
-  } else if (word == "flush") {
-    r.flush();
-  } else if (word == "end") {
-    EXPECT_EQ(arg != "false", r.endWrite());
-  } else if (word == "close") {
-    r.close();
-  } else {
-    ADD_FAILURE() << "unknown call " << word;
+    return cgi->addHttpHeader(headerOf(arg).first, headerOf(arg).second);
   }
+  std::ostream* os = r.beginWrite();
+  if (word == "body" && os != nullptr) *os << arg << '\n';
+  if (word == "request" && os != nullptr) q._dump(*os);
+  if (word == "response" && os != nullptr) r._dump(*os);
+  if (word == "handle" && os != nullptr) handle._dump(*os);
+  if (word != "posted") {
+    EXPECT_TRUE(word == "body" || word == "request" || word == "response" || word == "handle")
+        << "unknown call " << word;
+    return;
+  }
+  std::istream* in = q.beginRead();
+  ASSERT_TRUE(in != nullptr && os != nullptr);
+  EXPECT_EQ(in, q.beginRead());
+  std::ostringstream data;  // takes a read error, leaving the state of `in` as the host left it
+  data << in->rdbuf();
+  *os << data.str();
+  EXPECT_EQ(arg != "false", q.endRead());
+  EXPECT_TRUE(q.beginRead() == nullptr && !q.endRead()) << "reading ends once";
 }
 
 // Does every line of `calls` on the exchange of `handle`; empty lines and lines that begin with
@@ -76,7 +74,8 @@ inline void runCalls(wsi::Handle& handle, const std::string& calls) {
     if (line.empty() || line[0] == '#') continue;
     SCOPED_TRACE(line);
     const std::string::size_type blank = std::min(line.find(' '), line.size());
-    call(handle, line.substr(0, blank), line.substr(std::min(blank + 1, line.size())));
+    call(handle, line.substr(0, blank),
+         unescapeField(line.substr(std::min(blank + 1, line.size()))));
   }
 }
 

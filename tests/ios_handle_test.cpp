@@ -1,22 +1,80 @@
-// The stream and file handles: the request-configuration reader (the line and filing rules of
-// tests/data/request_config.tsv, long lines, reading the posted data), and what the golden
-// exchanges cannot show: failing output streams, header bytes that break lines, the handle dumps.
+// The stream and file back ends and the C entry points that make them: the golden exchanges of
+// tests/data/golden (its README.md describes them), the tables of request configurations,
+// specification strings and NUL bytes, and what neither shows: long lines, failing output
+// streams, a dump's stream flags, null arguments.
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
+#include <wsi/wsi.h>
 #include "data_table.hpp"
+#include "golden_calls.hpp"
 #include "ios_test_util.hpp"
 
 namespace {
 
 using wsi_test::Exchange;
+using wsi_test::Row;
 
-// The answer to a table row's question (see the table's head), "(absent)" for a missing name.
+const std::filesystem::path kCases = std::filesystem::path(WSI_TEST_DATA) / "golden";
+
+// One golden case, run over the stream back end and over the file back end.
+class Golden : public ::testing::TestWithParam<std::string> {
+ protected:
+  std::string file(const char* name) const { return (kCases / GetParam() / name).string(); }
+  void exchange(const std::string& spec, void** args) const {
+    wsi_test::runExchange(spec, args, wsi_test::readFile(file("calls")));
+  }
+};
+
+TEST_P(Golden, StreamsBackEnd) {
+  std::ifstream config(file("config"), std::ios_base::binary);
+  std::ifstream posted(file("posted"), std::ios_base::binary);
+  std::ostringstream output;
+  void* args[] = {&config, &posted, &output};
+  exchange("streams(0,1,2)", args);
+  EXPECT_EQ(wsi_test::readFile(file("expected")), output.str());
+}
+
+// `text` with every `from` replaced by `to`.
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (std::size_t at = text.find(from); at != std::string::npos;
+       at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  return text;
+}
+
+TEST_P(Golden, FilesBackEnd) {
+  wsi_test::TempDir dir;
+  const std::string output = dir / "response,out";
+  wsi_test::writeFile(output, "stale");
+  exchange("files(" + file("config") + "*" + file("posted") + "*" + output + ")", nullptr);
+  const std::string own = file("expected.files");
+  const std::string expected =
+      wsi_test::readFile(std::filesystem::exists(own) ? own : file("expected"));
+  EXPECT_EQ(
+      replaced(replaced(expected, "<output>", output), "<case>", (kCases / GetParam()).string()),
+      wsi_test::readFile(output));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Golden, ::testing::ValuesIn(wsi_test::caseNames(kCases)),
+                         wsi_test::caseTestName);
+
+// The answer to a request_config.tsv question (see the table's head), "(absent)" for a missing
+// name; "all": method | headers | server variables | query arguments.
 std::string answer(const wsi::Request& r, const std::string& kind, const std::string& name) {
+  if (name == "all")
+    return answer(r, kind, "Method") + " | " + answer(r, kind, "headers") + " | " +
+           answer(r, kind, "vars") + " | " + answer(r, kind, "args");
   if (kind == "get") {
     if (name == "Method") return wsi::Http::MethodNameOf<wx::encoding::host>(r.Method());
     if (name == "vars")
@@ -31,92 +89,148 @@ std::string answer(const wsi::Request& r, const std::string& kind, const std::st
   return found == nullptr ? "(absent)" : *found;
 }
 
+// Streams at indexes 0 to 2 for "streams(...)", a handle to lend at 3 and a null pointer at 4.
+struct Args {
+  std::istringstream config{"URL=/x"}, posted;
+  std::ostringstream output;
+  wsi::IosHandle lent{config, posted, output};
+  void* pointers[5] = {&config, &posted, &output, &lent, nullptr};
+};
+
+// The text of the std::invalid_argument that `call` throws; empty when it throws none.
+std::string thrown(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::invalid_argument& e) {
+    return e.what();
+  }
+  return "";
+}
+
+// What the first `len` bytes of `spec` make over `args` (or a null array), in the words of
+// context_specs.tsv: WSI_CreateContext's outcome, a tab and what wsi::Context throws. The text
+// lies in a heap block of exactly its own size, so that the address sanitizer catches a read past
+// it; destroying the context must null the caller's variable.
+std::string outcome(const std::string& spec, unsigned long len, Args& args, bool null_array) {
+  const std::vector<char> bytes(spec.begin(), spec.end());
+  const char* const text = bytes.empty() ? nullptr : bytes.data();
+  void** const pointers = null_array ? nullptr : args.pointers;
+  const std::string message = thrown([&] { wsi::Context(text, len, pointers); });
+  void* context = WSI_CreateContext(text, len, pointers);
+  if (context == nullptr) return "no context\t" + message;
+  void* const handle = WSI_ContextGetHandle(context);
+  WSI_DestroyContext(&context);
+  EXPECT_EQ(nullptr, context);
+  return (handle == nullptr      ? "no handle\t"
+          : handle == &args.lent ? "lent\t"
+                                 : "handle\t") +
+         message;
+}
+
 TEST(IosRequest, ConfigurationTable) {
-  for (const wsi_test::Row& row : wsi_test::readTable("request_config.tsv")) {
+  for (const Row& row : wsi_test::readTable("request_config.tsv")) {
     SCOPED_TRACE("request_config.tsv line " + std::to_string(row.line));
     Exchange ex(row[0]);
     EXPECT_EQ(row[3], answer(ex.handle.Request(), row[1], row[2]));
   }
 }
 
+TEST(Context, SpecificationTable) {
+  Args args;
+  for (const Row& row : wsi_test::readTable("context_specs.tsv")) {
+    SCOPED_TRACE("context_specs.tsv line " + std::to_string(row.line));
+    const unsigned long len = row[1] == "all" ? row[0].size() : std::stoul(row[1]);
+    EXPECT_EQ(row[2] + "\t" + (row.fields.size() > 3 ? row[3] : ""),
+              outcome(row[0], len, args, row.fields.size() > 4));
+  }
+  // Every prefix that stops before the ')' is refused without a look past its length.
+  const std::string full = " files ( a * b * c ) ";
+  for (unsigned long n = 0; n <= full.find(')'); ++n)
+    EXPECT_EQ("no handle\t", outcome(full.substr(0, n), n, args, false)) << n;
+  EXPECT_TRUE(args.lent.Response().endWrite()) << "the lent handle outlives its contexts";
+}
+
+// The getters take a null text as an empty one; the C entry points take null contexts.
+TEST(Context, NullTextsAndContexts) {
+  const wsi::Context c(nullptr, 0, nullptr);
+  EXPECT_EQ("empty text", thrown([&] { c.getHandle(nullptr, 3, nullptr); }));
+  EXPECT_EQ("invalid number of parameters", thrown([&] { c.getIosHandle(nullptr, 5, nullptr); }));
+  EXPECT_EQ("invalid number of parameters", thrown([&] { c.getFioHandle(nullptr, 5); }));
+  EXPECT_EQ(nullptr, WSI_ContextGetHandle(nullptr));
+  void* none = nullptr;
+  WSI_DestroyContext(&none);
+  WSI_DestroyContext(nullptr);
+}
+
+// The header block, after its status line, of a stream response given the header (name, value).
+std::string headerBlockWith(const std::string& name, const std::string& value) {
+  Exchange ex;
+  ex.handle.Response().setHttpHeader(name, value);
+  ex.handle.Response().endWrite();
+  return ex.output.str().substr(ex.output.str().find('\n') + 1);
+}
+
+// The files in a fresh folder, comma-separated, after a "files" context named `output` its output
+// file there.
+std::string filesAfter(const std::string& output) {
+  wsi_test::TempDir dir;
+  const std::string spec = "files(" + dir / "c" + "*" + dir / "p" + "*" + dir / output + ")";
+  void* context = WSI_CreateContext(spec.data(), spec.size(), nullptr);
+  WSI_DestroyContext(&context);
+  std::string list;
+  for (const auto& entry : std::filesystem::directory_iterator(dir / ""))
+    list += (list.empty() ? "" : ",") + entry.path().filename().string();
+  return list;
+}
+
+TEST(TextAndBytes, NamesEndAtNulValuesAreBytes) {
+  Args args;
+  for (const Row& row : wsi_test::readTable("text_and_bytes.tsv")) {
+    SCOPED_TRACE("text_and_bytes.tsv line " + std::to_string(row.line));
+    const std::string& place = row[0];
+    const std::string got = place == "header" ? headerBlockWith(row[1], row[2])
+                            : place == "config"
+                                ? answer(Exchange(row[1]).handle.Request(), "get", "all")
+                            : place == "spec" ? outcome(row[1], row[1].size(), args, false)
+                            : place == "file" ? filesAfter(row[1])
+                                              : "unknown place " + place;
+    EXPECT_EQ(row[3], got.substr(0, got.find('\t')));
+  }
+}
+
 // Lines have no length limit: a 1 MiB line is read whole and the lines after it still count.
 TEST(IosRequest, LongLinesAndManyLines) {
   const std::string big(1 << 20, 'x');
-  Exchange ex("HTTP_URL=/p?q=" + big + "\n" + big + "\nend=1");
-  EXPECT_EQ(big, *ex.handle.Request().QueryArg("q"));
-  EXPECT_EQ("1", *ex.handle.Request().ServerVariables("end"));
-
-  std::string lines;
+  std::string lines = "HTTP_URL=/p?q=" + big + "\n" + big + "\n";
   for (int i = 0; i < 100000; ++i)
     lines += "v" + std::to_string(i) + "=" + std::to_string(i) + "\n";
-  Exchange many(lines);
-  const wsi::Request& r = many.handle.Request();
+  Exchange ex(lines);
+  const wsi::Request& r = ex.handle.Request();
+  EXPECT_EQ(big, *r.QueryArg("q"));
   EXPECT_EQ(100003, std::distance(r.ServerVariables_begin(), r.ServerVariables_end()));
   EXPECT_EQ("99999", *r.ServerVariables("V99999"));
 }
 
-TEST(IosRequest, ReadingThePostedData) {
-  Exchange ex("", "body");
-  wsi::Request& r = ex.handle.Request();
-  std::istream* in = r.beginRead();
-  ASSERT_EQ(&ex.posted, in);
-  EXPECT_EQ(in, r.beginRead());
-  std::string data;
-  *in >> data;
-  ASSERT_TRUE(in->eof());
-  EXPECT_TRUE(r.endRead());  // end of file alone is success
-  EXPECT_FALSE(r.endRead());
-  EXPECT_EQ(nullptr, r.beginRead());
-
-  Exchange failed("", "");
-  failed.posted.setstate(std::ios_base::failbit);
-  EXPECT_FALSE(failed.handle.Request().endRead());
-  EXPECT_EQ(nullptr, failed.handle.Request().beginRead());
-}
-
 // Stream errors show only in endWrite's result.
 TEST(IosResponse, StreamFailures) {
-  std::istringstream config, posted;
-  std::ostringstream failed;
-  failed.setstate(std::ios_base::failbit);
-  wsi::IosHandle on_failed(config, posted, failed);
-  EXPECT_FALSE(on_failed.Response().endWrite());
+  Exchange failed;
+  failed.output.setstate(std::ios_base::failbit);
+  EXPECT_FALSE(failed.handle.Response().endWrite());
 
   wsi_test::FailingSync buffer;
   std::ostream unflushable(&buffer);
-  wsi::IosHandle on_unflushable(config, posted, unflushable);
+  wsi::IosHandle on_unflushable(failed.config, failed.posted, unflushable);
   EXPECT_FALSE(on_unflushable.Response().endWrite());
 }
 
-// The file handle's dump is "[FILES]" and the three names, then the stream handle's: "[IN]", the
-// request, "[OUT]", the response; "HeadersSent=" sets boolalpha for its word only. Header values
-// go out byte for byte, line breaks included: keeping them out is the host's task.
-TEST(FioHandle, DumpAndHeaderBytes) {
-  wsi_test::TempDir dir;
-  const std::string config = dir / "request.cfg", posted = dir / "posted", out = dir / "out";
-  wsi_test::writeFile(config, "REQUEST_METHOD=PUT");
-  wsi::FioHandle handle(config.c_str(), posted.c_str(), out.c_str());
-  handle.Response().setHttpStatus(wsi::Http::NotFound);
-  handle.Response().setHttpHeader("X-B", "2");
-  handle.Response()._setHttpHeader("X-A", "1\r\nInjected: as written");
+// "HeadersSent=" in a dump sets boolalpha for its word only, whatever the caller had set.
+TEST(IosResponse, DumpLeavesNoBoolalpha) {
+  Exchange ex;
   std::ostringstream dump;
   dump << std::boolalpha;
-  handle._dump(dump);
+  ex.handle.Response()._dump(dump);
   dump << true;
-  EXPECT_EQ("[FILES]\nRequestConfig=" + config + "\nPostedData=" + posted +
-                "\nResponseOutput=" + out +
-                "\n[IN]\nMethod=PUT\nHttpURL=\nURL=\nQueryString=\nQuery Argument(s):\n  None.\n"
-                "HTTP Header(s):\n  None.\nServer Variable(s):\n  [1] HTTP_URL=\n"
-                "  [2] QUERY_STRING=\n  [3] REQUEST_METHOD=PUT\n  [4] URL=\n[OUT]\n"
-                "HttpStatus=404 Not Found\nContentType=application/octet-stream\n"
-                "ContentEncoding=utf-8\nHeadersSent=false\n"
-                "HTTP Header(s):\n  [1] X-B=2\n  [2] X-A=1\r\nInjected: as written\n1",
-            dump.str());
-  EXPECT_TRUE(handle.Response().endWrite());
-  EXPECT_EQ(
-      "HTTP/1.1 404 Not Found\nContent-Type: application/octet-stream; charset=utf-8\n"
-      "X-B: 2\nX-A: 1\r\nInjected: as written\n\n",
-      wsi_test::readFile(out));
+  EXPECT_EQ('1', dump.str().back());
 }
 
 }  // namespace

@@ -44,9 +44,7 @@ class TempDir {
 // The whole content of the file at `path`; empty when it cannot be read.
 inline std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios_base::binary);
-  std::ostringstream content;
-  // Whole buffers at a time: the integration tests read responses of megabytes, also under
-  // valgrind.
+  std::ostringstream content;  // whole buffers at a time: responses of megabytes, under valgrind
   if (in) content << in.rdbuf();
   return content.str();
 }
