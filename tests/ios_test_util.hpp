@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
