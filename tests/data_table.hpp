@@ -50,8 +50,7 @@ inline std::vector<Row> readTable(const std::string& name) {
     if (line.empty() || line[0] == '#') continue;
     Row row{{}, number};
     std::istringstream fields(line);
-    std::string field;
-    while (std::getline(fields, field, '\t'))
+    for (std::string field; std::getline(fields, field, '\t');)
       row.fields.push_back(unescapeField(field));
     if (line.back() == '\t') row.fields.push_back(std::string());
     rows.push_back(row);

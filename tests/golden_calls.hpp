@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -96,11 +97,10 @@ inline void runExchange(const std::string& spec, void** args, const std::string&
 
 // The names of the case directories in `dir`, sorted.
 inline std::vector<std::string> caseNames(const std::filesystem::path& dir) {
-  std::vector<std::string> names;
+  std::set<std::string> names;
   for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(dir))
-    if (entry.is_directory()) names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
+    if (entry.is_directory()) names.insert(entry.path().filename().string());
+  return std::vector<std::string>(names.begin(), names.end());
 }
 
 // A case's name as a test name: '-' becomes '_'.

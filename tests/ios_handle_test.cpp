@@ -1,7 +1,9 @@
 // The stream and file back ends and the C entry points that make them: the golden exchanges of
-// tests/data/golden (its README.md describes them), the tables of request configurations,
-// specification strings and NUL bytes, and what neither shows: long lines, failing output
-// streams, a dump's stream flags, null arguments.
+// tests/data/golden (described in its README.md), the tables of request configurations,
+// specification strings, NUL bytes and masked streams at destruction, and what neither shows:
+// long lines, stream states.
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -14,12 +16,15 @@
 
 #include <gtest/gtest.h>
 
+#include <qco/qco.hpp>
 #include <wsi/context.hpp>
 #include <wsi/ios_handle.hpp>
+#include <wsi/qco_handle.hpp>
 #include <wsi/wsi.h>
 #include "data_table.hpp"
 #include "golden_calls.hpp"
 #include "ios_test_util.hpp"
+#include "qco_test_util.hpp"
 
 namespace {
 
@@ -137,10 +142,7 @@ TEST(Context, SpecificationTable) {
   for (unsigned long n = 0; n <= full.find(')'); ++n)
     EXPECT_EQ("no handle\t", outcome(full.substr(0, n), n, args, false)) << n;
   EXPECT_TRUE(args.handle.Response().endWrite()) << "the lent handle outlives its contexts";
-}
-
-// The getters take a null text as an empty one; the C entry points take null contexts.
-TEST(Context, NullTextsAndContexts) {
+  // The getters take a null text as an empty one; the C entry points take null contexts.
   const wsi::Context c(nullptr, 0, nullptr);
   EXPECT_EQ("empty text", thrown([&] { c.getHandle(nullptr, 3, nullptr); }));
   EXPECT_EQ("invalid number of parameters", thrown([&] { c.getIosHandle(nullptr, 5, nullptr); }));
@@ -201,7 +203,7 @@ TEST(IosRequest, LongLinesAndManyLines) {
 }
 
 // Stream errors show only in endWrite's result.
-TEST(IosResponse, StreamFailures) {
+TEST(IosResponse, StreamStates) {
   Exchange failed;
   failed.output.setstate(std::ios_base::failbit);
   EXPECT_FALSE(failed.handle.Response().endWrite());
@@ -210,16 +212,78 @@ TEST(IosResponse, StreamFailures) {
   std::ostream unflushable(&buffer);
   wsi::IosHandle on_unflushable(failed.config, failed.posted, unflushable);
   EXPECT_FALSE(on_unflushable.Response().endWrite());
-}
-
-// "HeadersSent=" in a dump sets boolalpha for its word only, whatever the caller had set.
-TEST(IosResponse, DumpLeavesNoBoolalpha) {
-  Exchange ex;
+  // "HeadersSent=" in a dump sets boolalpha for its word only, whatever the caller had set.
   std::ostringstream dump;
   dump << std::boolalpha;
-  ex.handle.Response()._dump(dump);
+  failed.handle.Response()._dump(dump);
   dump << true;
   EXPECT_EQ('1', dump.str().back());
+}
+
+// Destroying a context, and the host's own connector handle, while a stream the library handed
+// out throws on failure (the host set exceptions(failbit|badbit) on it).
+const std::ios_base::iostate kMask = std::ios_base::failbit | std::ios_base::badbit;
+
+// The state of `s` as a word: "bad", "fail" or "good".
+std::string stateOf(const std::ios& s) {
+  return s.bad() ? "bad" : s.fail() ? "fail" : "good";
+}
+
+// One row over "files": the output file afterwards (the masked stream dies with the handle).
+std::string runFiles(const wsi_test::Row& row) {
+  wsi_test::TempDir dir;
+  wsi_test::writeFile(dir / "config", "URL=/x");
+  if (row[1] != "missing posted file") wsi_test::writeFile(dir / "posted", "body");
+  const std::string out = row[1] == "output is /dev/full" ? "/dev/full" : dir / "out";
+  const std::string spec = "files(" + dir / "config" + "*" + dir / "posted" + "*" + out + ")";
+  wsi_test::runExchange(spec, nullptr, row[2]);
+  return (out == "/dev/full" ? "-" : wsi_test::readFile(out)) + "\t-";
+}
+
+// One row over "streams": the host masks its own output stream before the context exists.
+std::string runStreams(const wsi_test::Row& row) {
+  std::istringstream config("URL=/x"), posted("body");
+  wsi_test::FailingSync failing;
+  std::stringbuf plain;
+  std::ostream output(row[1] == "failing flush" ? static_cast<std::stringbuf*>(&failing) : &plain);
+  output.exceptions(kMask);
+  void* args[] = {&config, &posted, &output};
+  wsi_test::runExchange("streams(0,1,2)", args, row[2]);
+  return static_cast<std::stringbuf*>(output.rdbuf())->str() + "\t" + stateOf(output);
+}
+
+// One row over "handle": the host masks its connector's stream, lends its handle to a context
+// and destroys the handle itself afterwards. The output is what the web server received.
+std::string runConnector(const wsi_test::Row& row) {
+  qcotest::SocketPair sp;
+  qco::QorvaConnector connector(sp.host);
+  qcotest::sendAll(sp.peer, qcotest::message(qcotest::variable("REQUEST_METHOD", "GET") + "\x80"));
+  connector.stream().exceptions(kMask);
+  {
+    wsi::QcoHandle handle(connector);
+    if (row[1] == "peer gone") sp.closePeer();
+    void* args[] = {&handle};
+    wsi_test::runExchange("handle(0)", args, row[2]);
+  }
+  return (sp.peer >= 0 ? qcotest::receiveMessage(sp.peer) : "") + "\t" +
+         stateOf(connector.stream());
+}
+
+// Each row runs in a child process, which exits with 0 only when the row's result is the expected
+// one, so that a destructor that ends the process fails its row instead of the program.
+TEST(Destructors, NeverEndTheProcessOnAMaskedStream) {
+  for (const wsi_test::Row& row : wsi_test::readTable("destructor_masks.tsv")) {
+    SCOPED_TRACE("destructor_masks.tsv line " + std::to_string(row.line));
+    EXPECT_EXIT(
+        {
+          const std::string got = row[0] == "files"     ? runFiles(row)
+                                  : row[0] == "streams" ? runStreams(row)
+                                                        : runConnector(row);
+          std::fprintf(stderr, "got: %s", got.c_str());
+          std::_Exit(got == row[3] + "\t" + row[4] ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+  }
 }
 
 }  // namespace
