@@ -37,9 +37,8 @@ inline std::string unescapeField(const std::string& raw) {
   return out;
 }
 
-// The rows of tests/data/<name>: blank lines and lines starting with '#' are skipped; every
-// other line is split at its tabs and each field unescaped. Throws when the file is missing, so
-// a table that cannot be read never passes as an empty one.
+// The rows of tests/data/<name> but blank and '#' lines, split at tabs and unescaped; throws for a
+// missing or empty table, so that it never passes as an empty one.
 inline std::vector<Row> readTable(const std::string& name) {
   const std::string path = std::string(WSI_TEST_DATA) + "/" + name;
   std::ifstream in(path.c_str(), std::ios::binary);

@@ -1,5 +1,5 @@
-// Golden exchanges: the case directories, and the "calls" text of a case, what the host does on
-// the exchange, one call a line (tests/data/golden/README.md describes the words).
+// Golden exchanges: the case directories and the runner of their "calls" (one call a line, words
+// described in tests/data/golden/README.md).
 #ifndef WSI_TESTS_GOLDEN_CALLS_HPP
 #define WSI_TESTS_GOLDEN_CALLS_HPP
 
@@ -69,8 +69,7 @@ inline void call(wsi::Handle& handle, const std::string& word, const std::string
   EXPECT_TRUE(q.beginRead() == nullptr && !q.endRead()) << "reading ends once";
 }
 
-// Does every line of `calls` on the exchange of `handle`; empty lines and lines that begin with
-// '#' are skipped.
+// Does every line of `calls` on `handle`, but empty lines and lines that begin with '#'.
 inline void runCalls(wsi::Handle& handle, const std::string& calls) {
   std::istringstream lines(calls);
   for (std::string line; std::getline(lines, line);) {
@@ -85,8 +84,7 @@ inline void runCalls(wsi::Handle& handle, const std::string& calls) {
   }
 }
 
-// Makes a context from `spec` and `args`, does `calls` on its handle, which must exist, and
-// destroys the context.
+// Makes a context from `spec` and `args`, does `calls` on its handle (which must exist), ends it.
 inline void runExchange(const std::string& spec, void** args, const std::string& calls) {
   void* context = WSI_CreateContext(spec.data(), spec.size(), args);
   wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));

@@ -1,7 +1,6 @@
-// The stream and file back ends and the C entry points that make them: the golden exchanges of
-// tests/data/golden (described in its README.md), the tables of request configurations,
-// specification strings, NUL bytes and masked streams at destruction, and what neither shows:
-// long lines, stream states.
+// The stream and file back ends and the C entry points: the golden exchanges of tests/data/golden,
+// the tables of configurations, specifications, NUL bytes and destructors, long lines, stream
+// states.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -37,9 +36,7 @@ const std::filesystem::path kCases = std::filesystem::path(WSI_TEST_DATA) / "gol
 class Golden : public ::testing::TestWithParam<std::string> {
  protected:
   std::string file(const char* name) const { return (kCases / GetParam() / name).string(); }
-  void exchange(const std::string& spec, void** args) const {
-    wsi_test::runExchange(spec, args, wsi_test::readFile(file("calls")));
-  }
+  std::string calls() const { return wsi_test::readFile(file("calls")); }
 };
 
 TEST_P(Golden, StreamsBackEnd) {
@@ -47,7 +44,7 @@ TEST_P(Golden, StreamsBackEnd) {
   std::ifstream posted(file("posted"), std::ios_base::binary);
   std::ostringstream output;
   void* args[] = {&config, &posted, &output};
-  exchange("streams(0,1,2)", args);
+  wsi_test::runExchange("streams(0,1,2)", args, calls());
   EXPECT_EQ(wsi_test::readFile(file("expected")), output.str());
 }
 
@@ -55,7 +52,8 @@ TEST_P(Golden, FilesBackEnd) {
   wsi_test::TempDir dir;
   const std::string output = dir / "response,out";
   wsi_test::writeFile(output, "stale");
-  exchange("files(" + file("config") + "*" + file("posted") + "*" + output + ")", nullptr);
+  const std::string spec = "files(" + file("config") + "*" + file("posted") + "*" + output + ")";
+  wsi_test::runExchange(spec, nullptr, calls());
   const std::string own = file("expected.files");
   std::string expected = wsi_test::readFile(std::filesystem::exists(own) ? own : file("expected"));
   expected = std::regex_replace(expected, std::regex("<output>"), output);
@@ -101,10 +99,8 @@ std::string thrown(const std::function<void()>& call) {
   return "";
 }
 
-// What the first `len` bytes of `spec` make over `args` (or a null array), in the words of
-// context_specs.tsv: WSI_CreateContext's outcome, a tab and what wsi::Context throws. The text
-// lies in a heap block of exactly its own size, so that the address sanitizer catches a read past
-// it; destroying the context must null the caller's variable.
+// WSI_CreateContext's outcome for the first `len` bytes of `spec` (context_specs.tsv), a tab and
+// what wsi::Context throws. The text has a heap block of its own size, for ASan to catch overreads.
 std::string outcome(const std::string& spec, unsigned long len, Args& args, bool null_array) {
   const std::vector<char> bytes(spec.begin(), spec.end());
   const char* const text = bytes.empty() ? nullptr : bytes.data();
@@ -161,8 +157,7 @@ std::string headerBlockWith(const std::string& name, const std::string& value) {
   return ex.output.str().substr(ex.output.str().find('\n') + 1);
 }
 
-// The files in a fresh folder, comma-separated, after a "files" context named `output` its output
-// file there.
+// The files in a fresh folder after a "files" context named `output` its output file there.
 std::string filesAfter(const std::string& output) {
   wsi_test::TempDir dir;
   const std::string spec = "files(" + dir / "c" + "*" + dir / "p" + "*" + dir / output + ")";
@@ -220,8 +215,6 @@ TEST(IosResponse, StreamStates) {
   EXPECT_EQ('1', dump.str().back());
 }
 
-// Destroying a context, and the host's own connector handle, while a stream the library handed
-// out throws on failure (the host set exceptions(failbit|badbit) on it).
 const std::ios_base::iostate kMask = std::ios_base::failbit | std::ios_base::badbit;
 
 // The state of `s` as a word: "bad", "fail" or "good".
@@ -252,8 +245,8 @@ std::string runStreams(const wsi_test::Row& row) {
   return static_cast<std::stringbuf*>(output.rdbuf())->str() + "\t" + stateOf(output);
 }
 
-// One row over "handle": the host masks its connector's stream, lends its handle to a context
-// and destroys the handle itself afterwards. The output is what the web server received.
+// One row over "handle": the host masks its connector's stream and lends its handle; the output is
+// what the web server received.
 std::string runConnector(const wsi_test::Row& row) {
   qcotest::SocketPair sp;
   qco::QorvaConnector connector(sp.host);
@@ -269,8 +262,8 @@ std::string runConnector(const wsi_test::Row& row) {
          stateOf(connector.stream());
 }
 
-// Each row runs in a child process, which exits with 0 only when the row's result is the expected
-// one, so that a destructor that ends the process fails its row instead of the program.
+// Destroying a context while a stream throws on failure; each row runs in a child process, so that
+// a destructor that ends the process fails its row instead of the program.
 TEST(Destructors, NeverEndTheProcessOnAMaskedStream) {
   for (const wsi_test::Row& row : wsi_test::readTable("destructor_masks.tsv")) {
     SCOPED_TRACE("destructor_masks.tsv line " + std::to_string(row.line));

@@ -1,6 +1,5 @@
-// Helpers shared by the tests of the back ends: a scratch directory, whole-file reads and
-// writes, a logger of the test's own, an exchange over in-memory streams, a stream buffer that
-// cannot flush, name tables as text, and commands run through the shell.
+// Test helpers: scratch directories and files, a logger of the test's own, in-memory exchanges, a
+// buffer that cannot flush, name tables as text, and shell commands.
 #ifndef WSI_TESTS_IOS_TEST_UTIL_HPP
 #define WSI_TESTS_IOS_TEST_UTIL_HPP
 
@@ -79,8 +78,7 @@ class ScratchLog {
   int files_ = 0;
 };
 
-// One exchange over in-memory streams: a stream handle on the configuration `text` and the
-// posted `data`.
+// A stream handle over in-memory streams: the configuration `text` and the posted `data`.
 struct Exchange {
   std::istringstream config, posted;
   std::ostringstream output;
@@ -109,8 +107,7 @@ inline std::string shellQuoted(const std::string& s) {
   return "'" + s + "'";
 }
 
-// What a command run through the shell did: its exit status (-1 when it did not exit), its
-// standard output and its errors.
+// What a shell command did: its exit status (-1 when it did not exit), its output and its errors.
 struct Ran {
   int status;
   std::string out, err;
