@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <regex>
 #include <sstream>
@@ -90,7 +89,8 @@ struct Args : Exchange {
 };
 
 // The text of the std::invalid_argument that `call` throws; empty when it throws none.
-std::string thrown(const std::function<void()>& call) {
+template <class Call>
+std::string thrown(const Call& call) {
   try {
     call();
   } catch (const std::invalid_argument& e) {
@@ -111,10 +111,10 @@ std::string outcome(const std::string& spec, unsigned long len, Args& args, bool
   void* const handle = WSI_ContextGetHandle(context);
   WSI_DestroyContext(&context);
   EXPECT_EQ(nullptr, context);
-  return (handle == nullptr        ? "no handle\t"
-          : handle == &args.handle ? "lent\t"
-                                   : "handle\t") +
-         message;
+  const std::string word = handle == nullptr        ? "no handle"
+                           : handle == &args.handle ? "lent"
+                                                    : "handle";
+  return word + "\t" + message;
 }
 
 TEST(IosRequest, ConfigurationTable) {
