@@ -8,6 +8,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include <cstring>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,47 +26,37 @@ inline std::string record(int type, int id, const std::string& content, int padd
          char(padding) + '\0' + content + std::string(padding, '\0');
 }
 
-// The length prefix of a name or value: one byte below 128, else four with the top bit set.
-inline std::string length(unsigned long n) {
-  return n < 128 ? std::string(1, char(n)) : u32(n | 0x80000000UL);
-}
-
+// A name-value pair; a length below 128 takes one byte, a longer one four with the top bit set.
 inline std::string pair(const std::string& name, const std::string& value) {
+  const auto length = [](std::size_t n) {
+    return n < 128 ? std::string(1, char(n)) : u32(n | 0x80000000UL);
+  };
   return length(name.size()) + length(value.size()) + name + value;
 }
 
-// `text` split at each `separator` (one empty part for an empty text).
+// The parts of `text` between each `separator` (none for an empty text, none after a last one).
 inline std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts(1);
-  for (char c : text)
-    if (c == separator)
-      parts.emplace_back();
-    else
-      parts.back() += c;
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);)
+    parts.push_back(part);
   return parts;
 }
 
 // `text` with each "{N*c}" replaced by N copies of the byte c.
-inline std::string expand(const std::string& text) {
+inline std::string expand(std::string text) {
+  static const std::regex kRun("\\{([0-9]+)\\*([\\s\\S])\\}");
   std::string out;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const std::size_t star = text.find('*', at);
-    if (text[at] == '{' && star != std::string::npos && star + 2 < text.size() &&
-        text[star + 2] == '}') {
-      out.append(std::stoul(text.substr(at + 1, star - at - 1)), text[star + 1]);
-      at = star + 2;
-    } else {
-      out += text[at];
-    }
-  }
-  return out;
+  for (std::smatch m; std::regex_search(text, m, kRun); text = m.suffix())
+    out += m.prefix().str() + std::string(std::stoul(m[1]), m[2].str()[0]);
+  return out + text;
 }
 
 // Pairs written "NAME=VALUE,NAME=VALUE" (NAME ends at the first '='), as bytes.
 inline std::string pairs(const std::string& list) {
   std::string out;
   for (const std::string& item : split(list, ','))
-    if (!list.empty()) out += pair(item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
+    out += pair(item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
   return out;
 }
 
