@@ -226,7 +226,7 @@ TEST(ReadForm, Table) {
     EXPECT_EQ(statusName(status), row[5]) << "line " << row.line;
     EXPECT_EQ(error, row[6]) << "line " << row.line;
     EXPECT_EQ(listed(form), rest(row, 7)) << "line " << row.line;
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / ""), {}), 0);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / ""), {}), 0) << row.line;
   }
 }
 
