@@ -1,6 +1,6 @@
 // The example host's /form page as a program: over the file back end, the connector (through
 // wsi_peer) and CGI, with a committed request and its expected responses. A 5 MB upload and the
-// first visit's cookie are shown behind every web server by form_page_it_test.
+// first visit's cookie are shown behind every web server by web_servers_test.
 #include <string>
 
 #include <gtest/gtest.h>
