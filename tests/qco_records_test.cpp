@@ -1,4 +1,4 @@
-// The connector's record format over string streams, against the tests' own encoder: what the
+// The connector's record strings over string streams, against the tests' own encoder: what the
 // codec writes is the encoder's bytes, and what the encoder wrote reads back.
 #include "wsi/common/wsiqco/qco_records.hpp"
 
@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include "peer_records.hpp"
 #include "qco_test_util.hpp"
 
 namespace records = wsi::qco_records;
@@ -47,40 +46,6 @@ TEST(QcoRecords, StringsInBothLengthForms) {
       EXPECT_TRUE(readBack(bytes.substr(0, cut), LongLength::full) == "<failed>") << cut;
     for (std::size_t cut : {std::size_t(1), needed - 1})
       EXPECT_TRUE(readBack(bytes.substr(0, cut), LongLength::halves_ored) == "<failed>") << cut;
-  }
-}
-
-TEST(QcoRecords, RecordsAreTheEncodersBytes) {
-  std::string out;
-  records::appendRecord(out, records::variable, "REQUEST_METHOD", "GET");
-  records::appendRecord(out, records::header, "Accept", std::string(40000, 'v'));
-  records::appendRecord(out, records::content_type, "text/plain");
-  records::appendStatus(out, 404);
-  records::appendStatus(out, -1);
-  records::appendEnd(out);
-  EXPECT_TRUE(out == qcotest::wire("var:REQUEST_METHOD=GET header:Accept=" +
-                                   std::string(40000, 'v') + " type:text/plain") +
-                         qcotest::status(404) + qcotest::status(-1) + "\x80");
-}
-
-// The peer's reading of a response block: the HTTP text, or what is wrong with the block.
-TEST(QcoRecords, PeerDecodesAResponseBlock) {
-  const std::string block = qcotest::status(-1) + qcotest::wire("header:X=y end");
-  const struct {
-    std::string bytes, text, error;
-  } cases[] = {
-      {block + "body", "HTTP/1.1 -1 Invalid Status\nX: y\n\nbody", ""},
-      {block.substr(0, block.size() - 1), "", "the response ended inside its header block"},
-      {block.substr(0, 6), "", "the response ended inside a record of its header block"},
-      {"\x02", "", "unknown record type 2 in the response's header block"},
-  };
-  for (const auto& c : cases) {
-    std::istringstream in(c.bytes);
-    std::ostringstream out;
-    std::string error;
-    EXPECT_EQ(peer::decodeResponse(in, out, error), c.error.empty()) << c.error;
-    EXPECT_EQ(out.str(), c.text);
-    EXPECT_EQ(error, c.error);
   }
 }
 
