@@ -1,5 +1,7 @@
-// The connector handle over real socket pairs: the request's record block and the response's
-// header block as bytes in their frames, the life of a connection and the log messages.
+// The connector handle, and the stand-in connector beneath it, over real socket pairs and pipes:
+// the request's record block and the response's header block as bytes in their frames, the life
+// of a connection, failures and the log messages.
+#include <fcntl.h>
 #include <chrono>
 #include <iterator>
 #include <locale>
@@ -27,8 +29,8 @@ namespace {
 // A logger of its own with a file of its own, so that every message can be checked.
 class QcoHandleTest : public ::testing::Test {
  protected:
-  // The messages logged so far, one a line: level word, then "line function: text". The pattern
-  // stops before the text: std::regex recurses per character and would overflow on long dumps.
+  // The messages logged so far, one a line: level word, then "line function: text" (the pattern
+  // stops before the text: std::regex recurses per character).
   std::string logged() const {
     std::istringstream in(log_.text());
     const std::regex head("^\\S+ (\\S+) WSI\\[\\d+:\\d+\\] wsi/common/wsiqco:");
@@ -56,9 +58,9 @@ TEST_F(QcoHandleTest, ReadsTheRecordBlock) {
   }
 }
 
-// Four responses on one connection as the web server receives them: a full one, one that only
-// the destructor ends, one with an empty content type and encoding, and one whose Content-Length
-// has the digit grouping of the global locale (existing hosts that set one rely on it).
+// Three responses on one connection as the web server receives them: a full one, one with an
+// empty content type and encoding, and one that only the destructor ends, whose Content-Length has
+// the digit grouping of the global locale (existing hosts that set one rely on it).
 TEST_F(QcoHandleTest, ResponseHeaderBlocksAreByteExact) {
   struct Grouping : std::numpunct<char> {
     char do_thousands_sep() const override { return ','; }
@@ -66,27 +68,25 @@ TEST_F(QcoHandleTest, ResponseHeaderBlocksAreByteExact) {
   };
   SocketPair sp;
   QorvaConnector conn(sp.host);
-  ASSERT_TRUE(
-      sendAll(sp.peer, message("\x80") + message("\x80") + message("\x80") + message("\x80")));
-  const std::string big(40000, 'v');
+  ASSERT_TRUE(sendAll(sp.peer, message("\x80") + message("\x80") + message("\x80")));
+  // The longest value with a 2-byte length, the shortest with a 4-byte one.
+  const std::string short_form(0x7FFF, 's'), long_form(0x8000, 'l');
   {
     QcoHandle h(conn);
     wsi::Response& out = h.Response();
     out.setHttpStatus(wsi::Http::NotFound);
     out.setHttpHeader("Content-Type", "text/html; charset=utf-8");
     out.setContentLength(5);
-    out.setHttpHeader("X-Big", big);
+    out.setHttpHeader("X-Short", short_form);
+    out.setHttpHeader("X-Long", long_form);
     *out.beginWrite() << "hello";
     EXPECT_TRUE(out.endWrite());
   }
   {
     QcoHandle h(conn);
-    h.Response().setContentLength(1234567);
-  }
-  {
-    QcoHandle h(conn);
     h.Response().setContentType("");
     h.Response().setContentEncoding("");
+    h.Response().setContentLength(1234567);
     h.Response().close();
     EXPECT_FALSE(h.Response().endWrite());
     EXPECT_EQ(h.Response().beginWrite(), nullptr);
@@ -99,32 +99,33 @@ TEST_F(QcoHandleTest, ResponseHeaderBlocksAreByteExact) {
   std::locale::global(old);
   // Frames of at most the connector's buffer size; the header block goes out once it is whole, a
   // flush with nothing pending sends nothing (an empty frame would end the message early).
-  const std::string first =
-      message(status(404) + contentType("text/html; charset=utf-8") +
-                  header("Content-Length", "5") + header("X-Big", big) + "\x80",
-              qco::QorvaStreamBuf::buffer_size);
-  const std::string type = contentType("application/octet-stream; charset=utf-8");
+  const std::string first = message(
+      status(404) + contentType("text/html; charset=utf-8") + header("Content-Length", "5") +
+          header("X-Short", short_form) + header("X-Long", long_form) + "\x80",
+      qco::QorvaStreamBuf::buffer_size);
   EXPECT_TRUE(receiveBytes(sp.peer, std::string::npos, 200) ==
               first.substr(0, first.size() - 4) + message("hello") +
-                  message(status(-1) + type + header("Content-Length", "1234567") + "\x80") +
-                  message(status(-1) + contentType("application/octet-stream") + "\x80") +
-                  message(status(-1) + type + header("Content-Length", "1,234,567") + "\x80"));
+                  message(status(-1) + contentType("application/octet-stream") +
+                          header("Content-Length", "1234567") + "\x80") +
+                  message(status(-1) + contentType("application/octet-stream; charset=utf-8") +
+                          header("Content-Length", "1,234,567") + "\x80"));
 }
 
 // The host loop: one handle per request until the peer ends the connection. The first request
-// comes in one-byte frames with a string whose long length 0x8001 0x2345 announces 0x2345 bytes
-// (not 0x12345), and its posted data is read to the end; the second's is left unread; the third
-// comes after a pause longer than the timeout, which applies only inside a message.
+// comes in one-byte frames with a string whose long length 0x8001 0x2344 announces 0x2345 bytes
+// (the halves ORed, not 0x12344) and one of 0x7FFF bytes, and its posted data is read to the end;
+// the second's is left unread; the third comes after a pause longer than the timeout, which applies
+// only inside a message.
 TEST_F(QcoHandleTest, ServesSeveralRequestsOnOneConnection) {
   SocketPair sp;
   QorvaConnector conn(sp.host);
   conn.setTimeout(100);
   std::thread peer([&] {
-    sendAll(sp.peer,
-            message(wire("var:URL=/app type:text/plain") + std::string("\x01\x80\x01\x23\x45", 5) +
-                        std::string(0x2345, 'n') + str("v") + "\x80" + "posted=data",
-                    1) +
-                message(wire("var:URL=/2 end") + std::string(100000, 'p'), 999));
+    sendAll(sp.peer, message(wire("var:URL=/app") + std::string("\x01\x80\x01\x23\x44", 5) +
+                                 std::string(0x2345, 'n') + str(std::string(0x7FFF, 'v')) + "\x80" +
+                                 "posted=data",
+                             1) +
+                         message(wire("var:URL=/2 end") + std::string(100000, 'p'), 999));
     receiveMessage(sp.peer);
     receiveMessage(sp.peer);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -142,8 +143,8 @@ TEST_F(QcoHandleTest, ServesSeveralRequestsOnOneConnection) {
       EXPECT_EQ(h.Request().beginRead(), in);
       EXPECT_EQ(std::string(std::istreambuf_iterator<char>(*in), {}), "posted=data");
       in->peek();  // the end of the message as end of file on the stream itself
-      EXPECT_EQ(*h.Request().HttpHeaders(std::string(0x2345, 'N')), "v");
-      EXPECT_EQ(*h.Request().HttpHeaders("content-type"), "text/plain");
+      const std::string* value = h.Request().HttpHeaders(std::string(0x2345, 'N'));
+      EXPECT_TRUE(value != nullptr && *value == std::string(0x7FFF, 'v'));
       EXPECT_TRUE(h.Request().endRead());
       EXPECT_EQ(in->rdstate(), std::ios::eofbit);
       EXPECT_FALSE(h.Request().endRead());
@@ -172,13 +173,7 @@ TEST_F(QcoHandleTest, RequestCutShortFailsWithTheConnectorsCode) {
     ASSERT_TRUE(sendAll(sp.peer, sent));
     if (row[4] == "close") sp.closePeer();
     const auto start = std::chrono::steady_clock::now();
-    {
-      QcoHandle h(conn);
-      EXPECT_EQ(h.Request().beginRead(), nullptr);
-      EXPECT_FALSE(h.Request().endRead());
-      EXPECT_EQ(h.Response().beginWrite(), nullptr);
-      EXPECT_FALSE(h.Response().endWrite());
-    }
+    EXPECT_EQ(QcoHandle(conn).Request().beginRead(), nullptr);
     // A silent peer fails the request only once the timeout has passed.
     EXPECT_TRUE(row[4] == "close" ||
                 std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(100));
@@ -212,6 +207,43 @@ TEST_F(QcoHandleTest, DumpsAndLogLinesOfAnExchangeWhosePeerLeaves) {
   EXPECT_FALSE(h.Response().endWrite());
   EXPECT_EQ(conn.lastError(), QorvaConnector::peer_closed);
   EXPECT_EQ(logged(), wsi_test::readFile(WSI_TEST_DATA "/qco_dumps/log.txt"));
+}
+
+// The stand-in connector beneath the handle: a peer that stops reading fails the write.
+TEST(QcoConnector, PeerThatStopsReadingFailsTheWriteAfterTheTimeout) {
+  SocketPair sp;
+  QorvaConnector c(sp.host);
+  c.setTimeout(100);
+  const std::string block(1 << 20, 'w');
+  for (int i = 0; i < 64 && c.stream().good(); ++i)
+    c.stream() << block;
+  EXPECT_FALSE(c.stream().good());
+  EXPECT_EQ(c.lastError(), QorvaConnector::timed_out);
+}
+
+// Over two pipes the connector writes with write(), not send(): a reader that has gone must fail
+// the write without a SIGPIPE, whose default action would end the program. The connector never
+// closes the descriptors it was given.
+TEST(QcoConnector, WorksOverTwoPipes) {
+  int in[2], out[2];
+  ASSERT_EQ(pipe(in), 0);
+  ASSERT_EQ(pipe(out), 0);
+  {
+    QorvaConnector c(in[0], out[1]);
+    const std::string request = message("posted", 2);
+    ASSERT_EQ(write(in[1], request.data(), request.size()), ssize_t(request.size()));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(c.stream()), {}), "posted");
+    c.stream() << "answer";
+    ASSERT_EQ(c.PrepareToReceive(), 0);
+    EXPECT_EQ(receiveMessage(out[0]), "answer");
+    close(out[0]);
+    c.stream() << "lost";
+    EXPECT_EQ(c.PrepareToReceive(), QorvaConnector::peer_closed);
+  }
+  EXPECT_NE(fcntl(in[0], F_GETFD), -1);
+  EXPECT_NE(fcntl(out[1], F_GETFD), -1);
+  for (int fd : {in[0], in[1], out[1]})
+    close(fd);
 }
 
 }  // namespace
