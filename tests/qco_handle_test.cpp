@@ -17,6 +17,7 @@
 #include <wsi/qco_handle.hpp>
 #include <wx/log.hpp>
 #include "data_table.hpp"
+#include "golden_calls.hpp"
 #include "ios_test_util.hpp"
 #include "qco_test_util.hpp"
 
@@ -59,8 +60,9 @@ TEST_F(QcoHandleTest, ReadsTheRecordBlock) {
 }
 
 // Three responses on one connection as the web server receives them: a full one, one with an
-// empty content type and encoding, and one that only the destructor ends, whose Content-Length has
-// the digit grouping of the global locale (existing hosts that set one rely on it).
+// empty content type and encoding that refuses writing once closed, and one that only the
+// destructor ends, whose Content-Length has the digit grouping of the global locale (existing
+// hosts that set one rely on it).
 TEST_F(QcoHandleTest, ResponseHeaderBlocksAreByteExact) {
   struct Grouping : std::numpunct<char> {
     char do_thousands_sep() const override { return ','; }
@@ -73,38 +75,25 @@ TEST_F(QcoHandleTest, ResponseHeaderBlocksAreByteExact) {
   const std::string short_form(0x7FFF, 's'), long_form(0x8000, 'l');
   {
     QcoHandle h(conn);
-    wsi::Response& out = h.Response();
-    out.setHttpStatus(wsi::Http::NotFound);
-    out.setHttpHeader("Content-Type", "text/html; charset=utf-8");
-    out.setContentLength(5);
-    out.setHttpHeader("X-Short", short_form);
-    out.setHttpHeader("X-Long", long_form);
-    *out.beginWrite() << "hello";
-    EXPECT_TRUE(out.endWrite());
+    wsi_test::runCalls(h, "status 404\nheader Content-Type: text/html; charset=utf-8\nlength 6");
+    wsi_test::runCalls(h, "header X-Short: " + short_form + "\nheader X-Long: " + long_form);
+    wsi_test::runCalls(h, "body hello\nend");
   }
   {
     QcoHandle h(conn);
-    h.Response().setContentType("");
-    h.Response().setContentEncoding("");
-    h.Response().setContentLength(1234567);
-    h.Response().close();
-    EXPECT_FALSE(h.Response().endWrite());
-    EXPECT_EQ(h.Response().beginWrite(), nullptr);
+    wsi_test::runCalls(h, "type \nencoding \nlength 1234567\nclose\nend false\nbody too late");
   }
   const std::locale old = std::locale::global(std::locale(std::locale::classic(), new Grouping));
-  {
-    QcoHandle h(conn);
-    h.Response().setContentLength(1234567);
-  }
+  QcoHandle(conn).Response().setContentLength(1234567);
   std::locale::global(old);
   // Frames of at most the connector's buffer size; the header block goes out once it is whole, a
   // flush with nothing pending sends nothing (an empty frame would end the message early).
   const std::string first = message(
-      status(404) + contentType("text/html; charset=utf-8") + header("Content-Length", "5") +
+      status(404) + contentType("text/html; charset=utf-8") + header("Content-Length", "6") +
           header("X-Short", short_form) + header("X-Long", long_form) + "\x80",
       qco::QorvaStreamBuf::buffer_size);
   EXPECT_TRUE(receiveBytes(sp.peer, std::string::npos, 200) ==
-              first.substr(0, first.size() - 4) + message("hello") +
+              first.substr(0, first.size() - 4) + message("hello\n") +
                   message(status(-1) + contentType("application/octet-stream") +
                           header("Content-Length", "1234567") + "\x80") +
                   message(status(-1) + contentType("application/octet-stream; charset=utf-8") +
@@ -112,19 +101,14 @@ TEST_F(QcoHandleTest, ResponseHeaderBlocksAreByteExact) {
 }
 
 // The host loop: one handle per request until the peer ends the connection. The first request
-// comes in one-byte frames with a string whose long length 0x8001 0x2344 announces 0x2345 bytes
-// (the halves ORed, not 0x12344) and one of 0x7FFF bytes, and its posted data is read to the end;
-// the second's is left unread; the third comes after a pause longer than the timeout, which applies
-// only inside a message.
+// comes in one-byte frames and its posted data is read to the end; the second's is left unread;
+// the third comes after a pause longer than the timeout, which applies only inside a message.
 TEST_F(QcoHandleTest, ServesSeveralRequestsOnOneConnection) {
   SocketPair sp;
   QorvaConnector conn(sp.host);
   conn.setTimeout(100);
   std::thread peer([&] {
-    sendAll(sp.peer, message(wire("var:URL=/app") + std::string("\x01\x80\x01\x23\x44", 5) +
-                                 std::string(0x2345, 'n') + str(std::string(0x7FFF, 'v')) + "\x80" +
-                                 "posted=data",
-                             1) +
+    sendAll(sp.peer, message(wire("var:URL=/app end") + "posted=data", 1) +
                          message(wire("var:URL=/2 end") + std::string(100000, 'p'), 999));
     receiveMessage(sp.peer);
     receiveMessage(sp.peer);
@@ -143,8 +127,6 @@ TEST_F(QcoHandleTest, ServesSeveralRequestsOnOneConnection) {
       EXPECT_EQ(h.Request().beginRead(), in);
       EXPECT_EQ(std::string(std::istreambuf_iterator<char>(*in), {}), "posted=data");
       in->peek();  // the end of the message as end of file on the stream itself
-      const std::string* value = h.Request().HttpHeaders(std::string(0x2345, 'N'));
-      EXPECT_TRUE(value != nullptr && *value == std::string(0x7FFF, 'v'));
       EXPECT_TRUE(h.Request().endRead());
       EXPECT_EQ(in->rdstate(), std::ios::eofbit);
       EXPECT_FALSE(h.Request().endRead());
