@@ -1,6 +1,5 @@
-// The connector handle, and the stand-in connector beneath it, over real socket pairs and pipes:
-// the request's record block and the response's header block as bytes in their frames, the life
-// of a connection, failures and the log messages.
+// The connector handle and the stand-in connector beneath it, over socket pairs and pipes: record
+// blocks as bytes in their frames, the life of a connection, failures and the log messages.
 #include <fcntl.h>
 #include <chrono>
 #include <iterator>
@@ -55,7 +54,6 @@ TEST_F(QcoHandleTest, ReadsTheRecordBlock) {
     EXPECT_EQ(wsi_test::entries(r.QueryArgs_begin(), r.QueryArgs_end()), row[3]);
     EXPECT_EQ(wsi_test::entries(r.HttpHeaders_begin(), r.HttpHeaders_end()), row[4]);
     EXPECT_EQ(wsi_test::entries(r.ServerVariables_begin(), r.ServerVariables_end()), row[5]);
-    EXPECT_NE(h.Request().beginRead(), nullptr);
   }
 }
 
@@ -110,11 +108,8 @@ TEST_F(QcoHandleTest, ServesSeveralRequestsOnOneConnection) {
   std::thread peer([&] {
     sendAll(sp.peer, message(wire("var:URL=/app end") + "posted=data", 1) +
                          message(wire("var:URL=/2 end") + std::string(100000, 'p'), 999));
-    receiveMessage(sp.peer);
-    receiveMessage(sp.peer);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     sendAll(sp.peer, message(wire("var:URL=/3 end"), 2));
-    receiveMessage(sp.peer);
     shutdown(sp.peer, SHUT_WR);
   });
   std::vector<std::string> urls;
@@ -134,7 +129,6 @@ TEST_F(QcoHandleTest, ServesSeveralRequestsOnOneConnection) {
     } else if (urls.size() == 2) {
       EXPECT_FALSE(h.Request().endRead());  // ended before the end of the posted data
     }
-    *h.Response().beginWrite() << h.Request().URL();
   }
   peer.join();
   EXPECT_EQ(urls, (std::vector<std::string>{"/app", "/2", "/3"}));
@@ -177,8 +171,7 @@ TEST_F(QcoHandleTest, DumpsAndLogLinesOfAnExchangeWhosePeerLeaves) {
   ASSERT_TRUE(
       sendAll(sp.peer, message(wire("var:REQUEST_METHOD=GET var:URL=/a header:Accept=*/* end"))));
   QcoHandle h(conn);
-  h.Response().setHttpStatus(wsi::Http::Ok);
-  h.Response().setContentLength(0);
+  wsi_test::runCalls(h, "status 200\nlength 0");
   std::ostringstream os;
   h._dump(os);
   os << true << "\n";
@@ -208,8 +201,7 @@ TEST(QcoConnector, PeerThatStopsReadingFailsTheWriteAfterTheTimeout) {
 // closes the descriptors it was given.
 TEST(QcoConnector, WorksOverTwoPipes) {
   int in[2], out[2];
-  ASSERT_EQ(pipe(in), 0);
-  ASSERT_EQ(pipe(out), 0);
+  ASSERT_TRUE(pipe(in) == 0 && pipe(out) == 0);
   {
     QorvaConnector c(in[0], out[1]);
     const std::string request = message("posted", 2);
