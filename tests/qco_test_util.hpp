@@ -55,10 +55,9 @@ inline std::string status(int code) {
   return '\x03' + u32(static_cast<unsigned long>(code)).substr(2);
 }
 
-// Bytes written in the tables' notation: items separated by single blanks, each one of
-// var:NAME=VALUE, header:NAME=VALUE, type:VALUE, end (the end record), u32:N (4 bytes,
-// big-endian), or any other text taken as it stands (bytes that no builder writes). NAME ends at
-// the first '='.
+// Bytes in the tables' notation: items separated by single blanks, each var:NAME=VALUE,
+// header:NAME=VALUE (NAME ends at the first '='), type:VALUE, end (the end record), u32:N (4 bytes,
+// big-endian) or any other text, taken as it stands (bytes that no builder writes).
 inline std::string wire(const std::string& notation) {
   std::string out, item;
   for (std::istringstream items(notation); std::getline(items, item, ' ');) {
