@@ -22,8 +22,7 @@ namespace fs = std::filesystem;
 
 const fs::path kCases = fs::path(WSI_TEST_DATA) / "cgi_golden";
 
-// The failure messages in the text of a log, one a line as "function: text" (the line number left
-// out).
+// The failure messages of a log, one a line as "function: text" (the line number left out).
 std::string failures(const std::string& log) {
   std::istringstream in(log);
   const std::regex head("^\\S+ err WSI\\[\\d+:\\d+\\] wsi/common/wsicgi:\\d+ ");
@@ -33,15 +32,12 @@ std::string failures(const std::string& log) {
   return out;
 }
 
-class CgiGolden : public ::testing::TestWithParam<std::string> {
- protected:
-  std::string file(const char* name) const { return (kCases / GetParam() / name).string(); }
-
-  wsi_test::ScratchLog log_{3};
-};
+class CgiGolden : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(CgiGolden, Exchange) {
-  std::istringstream lines(wsi_test::readFile(file("environment")));
+  const wsi_test::ScratchLog log(3);
+  const fs::path dir = kCases / GetParam();
+  std::istringstream lines(wsi_test::readFile(dir / "environment"));
   std::vector<std::string> entries;
   for (std::string line; std::getline(lines, line);)
     entries.push_back(line);
@@ -50,15 +46,15 @@ TEST_P(CgiGolden, Exchange) {
     envp.push_back(&entry[0]);
   envp.push_back(nullptr);
 
-  std::ifstream posted(file("posted"), std::ios_base::binary);
+  std::ifstream posted(dir / "posted", std::ios_base::binary);
   std::ostringstream output;
-  {
-    wsi::CgiHandle handle(envp.data(), posted, output);
+  {  // An empty environment file stands for a null environment array.
+    wsi::CgiHandle handle(entries.empty() ? nullptr : envp.data(), posted, output);
     void* args[] = {&handle};
-    wsi_test::runExchange("handle(0)", args, wsi_test::readFile(file("calls")));
+    wsi_test::runExchange("handle(0)", args, wsi_test::readFile(dir / "calls"));
   }
-  EXPECT_EQ(wsi_test::readFile(file("expected")), output.str());
-  EXPECT_EQ(wsi_test::readFile(file("logged")), failures(log_.text()));
+  EXPECT_EQ(wsi_test::readFile(dir / "expected"), output.str());
+  EXPECT_EQ(wsi_test::readFile(dir / "logged"), failures(log.text()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, CgiGolden, ::testing::ValuesIn(wsi_test::caseNames(kCases)),
