@@ -1,9 +1,14 @@
-// The request of the CGI back end: CGI variables against the stream back end on the same request,
-// the CONTENT_LENGTH rule, and the posted data limited to CONTENT_LENGTH bytes.
+// The CGI back end: CGI variables against the stream back end on the same request, the
+// CONTENT_LENGTH rule, the posted data limited to CONTENT_LENGTH bytes, and whole exchanges: an
+// environment and posted data in, the exact bytes of the response and the failures logged out,
+// for every case of tests/data/cgi_golden (its README.md describes them).
 #include <unistd.h>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <iterator>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,19 +18,21 @@
 
 #include <wsi/wsi.hpp>
 #include "data_table.hpp"
+#include "golden_calls.hpp"
 #include "ios_test_util.hpp"
 
 namespace {
 
-// The pairs of "NAME=value" lines, each split at its first '='.
-wsi::NameValueList variablesOf(const std::string& text) {
-  wsi::NameValueList list;
+// The environment array of `text`, one entry a line, over the strings it puts in `entries`.
+std::vector<char*> environmentOf(const std::string& text, std::vector<std::string>& entries) {
   std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    const std::string::size_type eq = line.find('=');
-    list.push_back(std::make_pair(line.substr(0, eq), line.substr(eq + 1)));
-  }
-  return list;
+  for (std::string line; std::getline(lines, line);)
+    entries.push_back(line);
+  std::vector<char*> envp;
+  for (std::string& entry : entries)
+    envp.push_back(&entry[0]);
+  envp.push_back(nullptr);
+  return envp;
 }
 
 // What the mapping table compares, as one text a column.
@@ -42,9 +49,10 @@ TEST(CgiRequest, MapsVariablesAsTheStreamBackEndReadsTheSameRequest) {
   for (const wsi_test::Row& row : wsi_test::readTable("cgi_mapping.tsv")) {
     SCOPED_TRACE(row[0] + " (cgi_mapping.tsv line " + std::to_string(row.line) + ")");
     const std::vector<std::string> expected(row.fields.begin() + 3, row.fields.end());
+    std::vector<std::string> entries;
     std::istringstream input;
-    EXPECT_EQ(expected, observed(wsi::CgiStreamRequest(variablesOf(row[1]), input)));
-
+    const wsi::NameValueList variables = wsi::CgiEnvironment(environmentOf(row[1], entries).data());
+    EXPECT_EQ(expected, observed(wsi::CgiStreamRequest(variables, input)));
     const wsi_test::Exchange stream(row[2]);
     EXPECT_EQ(expected, observed(stream.handle.Request()));
   }
@@ -89,5 +97,38 @@ TEST(CgiRequest, ReadsExactlyContentLengthBytesWithoutWaiting) {
   EXPECT_EQ(nullptr, request.beginRead());
   EXPECT_EQ("NEXT", std::string(std::istreambuf_iterator<char>(input), {}));
 }
+
+const std::filesystem::path kCases = std::filesystem::path(WSI_TEST_DATA) / "cgi_golden";
+
+// The failure messages of a log, one a line as "function: text" (the line number left out).
+std::string failures(const std::string& log) {
+  std::istringstream in(log);
+  const std::regex head("^\\S+ err WSI\\[\\d+:\\d+\\] wsi/common/wsicgi:\\d+ ");
+  std::string out, line;
+  for (std::smatch m; std::getline(in, line);)
+    if (std::regex_search(line, m, head)) out += m.suffix().str() + "\n";
+  return out;
+}
+
+class CgiGolden : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CgiGolden, Exchange) {
+  const wsi_test::ScratchLog log(3);
+  const std::filesystem::path dir = kCases / GetParam();
+  std::vector<std::string> entries;
+  std::vector<char*> envp = environmentOf(wsi_test::readFile(dir / "environment"), entries);
+  std::ifstream posted(dir / "posted", std::ios_base::binary);
+  std::ostringstream output;
+  {  // An empty environment file stands for a null environment array.
+    wsi::CgiHandle handle(entries.empty() ? nullptr : envp.data(), posted, output);
+    void* args[] = {&handle};
+    wsi_test::runExchange("handle(0)", args, wsi_test::readFile(dir / "calls"));
+  }
+  EXPECT_EQ(wsi_test::readFile(dir / "expected"), output.str());
+  EXPECT_EQ(wsi_test::readFile(dir / "logged"), failures(log.text()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, CgiGolden, ::testing::ValuesIn(wsi_test::caseNames(kCases)),
+                         wsi_test::caseTestName);
 
 }  // namespace

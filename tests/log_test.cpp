@@ -65,62 +65,40 @@ TEST(Log, LazyFileLevelGateAndOneLineAMessage) {
   EXPECT_EQ(0600u, info.st_mode & 0777u);
 }
 
-// The process-wide logger, set up by the first handle from W3_LOG_DIR, W3_CONFIG and WSI_LOG;
-// TMPDIR is the test's own directory. A stream handle logs nothing, so it only sets up.
-class LogSetUp : public ::testing::Test {
- protected:
-  void SetUp() override {
+// The process-wide logger, set up by the first handle from W3_LOG_DIR, W3_CONFIG and WSI_LOG, with
+// TMPDIR the test's own directory; a second handle keeps it as it is, even when the configuration
+// file has changed, and a handle after closeLog() reads the file again (the next row). A stream
+// handle logs nothing, so it only sets up.
+TEST(LogSetUp, Table) {
+  const std::string dir = ::testing::TempDir();
+  const std::string config = dir + "wsi-setup-config-" + std::to_string(getpid());
+  setenv("TMPDIR", dir.c_str(), 1);
+  for (const wsi_test::Row& row : wsi_test::readTable("log_setup.tsv")) {
+    SCOPED_TRACE("log_setup.tsv line " + std::to_string(row.line));
     wsi::Handle::closeLog();
     for (const char* name : {"W3_LOG_DIR", "W3_CONFIG", "WSI_LOG"})
       unsetenv(name);
-    setenv("TMPDIR", dir_.c_str(), 1);
-  }
-  void TearDown() override {
-    wsi::Handle::closeLog();
-    unlink(config_.c_str());
-  }
-  void writeConfig(const std::string& text) {
-    wsi_test::writeFile(config_, text);
-    setenv("W3_CONFIG", config_.c_str(), 1);
-  }
-
-  const std::string dir_ = ::testing::TempDir();
-  const std::string config_ = dir_ + "wsi-setup-config-" + std::to_string(getpid());
-};
-
-TEST_F(LogSetUp, Table) {
-  for (const wsi_test::Row& row : wsi_test::readTable("log_setup.tsv")) {
-    SCOPED_TRACE("log_setup.tsv line " + std::to_string(row.line));
-    SetUp();  // no logger, no variables
-    if (row[0] == "yes") setenv("W3_LOG_DIR", dir_.c_str(), 1);
-    if (row[1] != "-") writeConfig(row[1]);
+    if (row[0] == "yes") setenv("W3_LOG_DIR", dir.c_str(), 1);
+    if (row[1] != "-") wsi_test::writeFile(config, row[1]);
+    if (row[1] != "-") setenv("W3_CONFIG", config.c_str(), 1);
     if (row[2] != "-") setenv("WSI_LOG", row[2].c_str(), 1);
-    const wsi_test::Exchange handle;
-    ASSERT_NE(nullptr, wsi::Handle::plog_);
-    EXPECT_TRUE(wsi::Handle::plog_->enabled);
-    EXPECT_EQ(std::stoi(row[3]), wsi::Handle::plog_->level);
+    const wsi_test::Exchange first;
+    const log* logger = wsi::Handle::plog_;
+    ASSERT_NE(nullptr, logger);
+    EXPECT_TRUE(logger->enabled);
+    EXPECT_EQ(std::stoi(row[3]), logger->level);
     if (!row[4].empty()) {
       const std::string pid = std::to_string(getpid());
-      EXPECT_EQ(dir_ + std::regex_replace(row[4], std::regex("\\$PID"), pid),
-                wsi::Handle::plog_->file_name);
+      EXPECT_EQ(dir + std::regex_replace(row[4], std::regex("\\$PID"), pid), logger->file_name);
     }
+    wsi_test::writeFile(config, "WSI_LOG=1\n");
+    setenv("W3_CONFIG", config.c_str(), 1);
+    const wsi_test::Exchange second;
+    EXPECT_EQ(logger, wsi::Handle::plog_);
+    EXPECT_EQ(std::stoi(row[3]), logger->level);
   }
-}
-
-// The configuration file is read at the first handle only, and again after closeLog().
-TEST_F(LogSetUp, ConfigReadOnceUntilCloseLog) {
-  writeConfig("WSI_LOG=6\n");
-  const wsi_test::Exchange first;
-  const log* logger = wsi::Handle::plog_;
-  ASSERT_NE(nullptr, logger);
-  writeConfig("WSI_LOG=1\n");
-  const wsi_test::Exchange second;
-  EXPECT_EQ(logger, wsi::Handle::plog_);
-  EXPECT_EQ(6, logger->level);
   wsi::Handle::closeLog();
-  const wsi_test::Exchange third;
-  ASSERT_NE(nullptr, wsi::Handle::plog_);
-  EXPECT_EQ(1, wsi::Handle::plog_->level);
+  unlink(config.c_str());
 }
 
 }  // namespace

@@ -50,81 +50,67 @@ const int kThreads = 16;
 // The messages an exchange logged: text -> the id of the thread.
 typedef std::map<std::string, long> Messages;
 
-class Threads : public ::testing::Test {
- protected:
-  void SetUp() override {
-    setenv("W3_LOG_DIR", (log_dir_ / "").c_str(), 1);
-    setenv("WSI_LOG", "7", 1);
-    unsetenv("W3_CONFIG");
+// One exchange of `kind` (0: streams, 1: connector with a peer thread, 2: files) answered with
+// a body that names it and logging a long message of its own, so that a write split in parts
+// would show as a torn line; its files go into `dir`, the messages it logged into `logged`.
+void exchange(const wsi_test::TempDir& dir, int kind, int thread, Messages& logged) {
+  const std::string n = std::to_string(thread) + "." + std::to_string(kind), body = "body " + n;
+  const std::string config = "REQUEST_METHOD=GET\nURL=/" + n + "\n", file = dir / n;
+  wsi_test::writeFile(file + ".cfg", config);  // the files' posted data too
+  const std::string specs[] = {"streams(0,1,2)", "handle(0)",
+                               "files(" + file + ".cfg*" + file + ".cfg*" + file + ".out)"};
+  std::istringstream config_in(config), posted;
+  std::ostringstream out;
+  void* args[] = {&config_in, &posted, &out};
+  qcotest::SocketPair pair;
+  qco::QorvaConnector connector(pair.host);
+  std::future<void> peer;
+  std::unique_ptr<wsi::QcoHandle> qco_handle;
+  if (kind == 1) {
+    peer = std::async(std::launch::async, [&] {
+      qcotest::sendAll(pair.peer, qcotest::message(qcotest::variable("URL", "/" + n) + '\x80'));
+      out << qcotest::receiveMessage(pair.peer);
+    });
+    qco_handle.reset(new wsi::QcoHandle(connector));
+    args[0] = qco_handle.get();
   }
-  void TearDown() override { wsi::Handle::closeLog(); }
-
-  // One exchange of `kind` (0: streams, 1: connector with a peer thread, 2: files) answered with
-  // a body that names it and logging a long message of its own, so that a write split in parts
-  // would show as a torn line; the messages it logged go into `logged`.
-  void exchange(int kind, int thread, Messages& logged) {
-    const std::string n = std::to_string(thread) + "." + std::to_string(kind);
-    const std::string config = "REQUEST_METHOD=GET\nURL=/" + n + "\n", body = "body " + n;
-    std::istringstream config_in(config), posted;
-    std::ostringstream out;
-    qcotest::SocketPair pair;
-    qco::QorvaConnector connector(pair.host);
-    std::future<void> peer;
-    std::unique_ptr<wsi::QcoHandle> qco_handle;
-    void* context = nullptr;
-    const std::string output_file = files_dir_ / (n + ".out");
-    if (kind == 0) {
-      void* args[] = {&config_in, &posted, &out};
-      context = WSI_CreateContext("streams(0,1,2)", 14, args);
-    } else if (kind == 2) {
-      const std::string config_file = files_dir_ / (n + ".cfg");  // its own posted data too
-      wsi_test::writeFile(config_file, config);
-      const std::string spec = "files(" + config_file + "*" + config_file + "*" + output_file + ")";
-      context = WSI_CreateContext(spec.c_str(), spec.size(), nullptr);
-    } else {
-      peer = std::async(std::launch::async, [&] {
-        qcotest::sendAll(pair.peer, qcotest::message(qcotest::variable("URL", "/" + n) + '\x80'));
-        out << qcotest::receiveMessage(pair.peer);
-      });
-      qco_handle.reset(new wsi::QcoHandle(connector));
-      void* args[] = {qco_handle.get()};
-      context = WSI_CreateContext("handle(0)", 9, args);
-    }
-    wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-    ASSERT_NE(nullptr, handle);
-    handle->Response().setHttpHeader("X-Exchange", n);
-    *handle->Response().beginWrite() << body;
-    EXPECT_TRUE(handle->Response().endWrite());
-    ASSERT_NE(nullptr, wsi::Handle::plog_);  // the handle set logging up
-    const std::string text = body + " " + std::string(6000, 'x') + " end";
-    wsi::Handle::plog_->Log<7>("tests/threads_test", __LINE__, "Threads::exchange", "%s",
-                               text.c_str());
-    logged[text] = syscall(SYS_gettid);
-    if (kind == 1) {  // the request logged its dump when it was read, the response when sent
-      std::ostringstream request_dump, response_dump;
-      handle->Request()._dump(request_dump);
-      handle->Response()._dump(response_dump);
-      logged[request_dump.str()] = logged[response_dump.str()] = syscall(SYS_gettid);
-    }
-    WSI_DestroyContext(&context);
-    if (peer.valid()) peer.get();
-    if (kind == 2) out << wsi_test::readFile(output_file);
-    EXPECT_EQ(body, out.str().substr(std::max(out.str().size(), body.size()) - body.size()));
+  void* context = WSI_CreateContext(specs[kind].c_str(), specs[kind].size(), args);
+  wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  ASSERT_NE(nullptr, handle);
+  handle->Response().setHttpHeader("X-Exchange", n);
+  *handle->Response().beginWrite() << body;
+  EXPECT_TRUE(handle->Response().endWrite());
+  ASSERT_NE(nullptr, wsi::Handle::plog_);  // the handle set logging up
+  const std::string text = body + " " + std::string(6000, 'x') + " end";
+  wsi::Handle::plog_->Log<7>("tests/threads_test", __LINE__, "Threads::exchange", "%s",
+                             text.c_str());
+  logged[text] = syscall(SYS_gettid);
+  if (kind == 1) {  // the request logged its dump when it was read, the response when sent
+    std::ostringstream request_dump, response_dump;
+    handle->Request()._dump(request_dump);
+    handle->Response()._dump(response_dump);
+    logged[request_dump.str()] = logged[response_dump.str()] = syscall(SYS_gettid);
   }
+  WSI_DestroyContext(&context);
+  if (peer.valid()) peer.get();
+  if (kind == 2) out << wsi_test::readFile(file + ".out");
+  EXPECT_EQ(body, out.str().substr(std::max(out.str().size(), body.size()) - body.size()));
+}
 
-  wsi_test::TempDir log_dir_, files_dir_;
-};
-
-TEST_F(Threads, EveryKindOfHandleFromSixteenThreadsLogsWholeLines) {
+TEST(Threads, EveryKindOfHandleFromSixteenThreadsLogsWholeLines) {
+  const wsi_test::TempDir log_dir, files_dir;
+  setenv("W3_LOG_DIR", (log_dir / "").c_str(), 1);
+  setenv("WSI_LOG", "7", 1);
+  unsetenv("W3_CONFIG");
   std::promise<void> open;
   std::shared_future<void> start = open.get_future().share();
   std::vector<Messages> logged(kThreads);
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i)
-    threads.emplace_back([this, start, &logged, i] {
+    threads.emplace_back([&files_dir, start, &logged, i] {
       start.wait();  // all at once, each beginning with another kind, racing for the set-up
       for (int k = 0; k < 3; ++k)
-        exchange((i + k) % 3, i, logged[i]);
+        exchange(files_dir, (i + k) % 3, i, logged[i]);
     });
   open.set_value();
   for (std::thread& t : threads)
@@ -144,10 +130,10 @@ TEST_F(Threads, EveryKindOfHandleFromSixteenThreadsLogsWholeLines) {
   const std::regex head("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z debug WSI\\[" +
                         std::to_string(getpid()) +
                         ":(\\d+)\\] (tests/threads_test|wsi/common/wsiqco):\\d+ [A-Za-z_:]+$");
-  std::istringstream log(wsi_test::readFile(log_dir_ / "qv_wsi.log"));
-  std::string line;
-  std::smatch m;
-  while (std::getline(log, line)) {
+  std::istringstream log(wsi_test::readFile(log_dir / "qv_wsi.log"));
+  wsi::Handle::closeLog();
+  for (std::string line; std::getline(log, line);) {
+    std::smatch m;
     const std::string prefix = line.substr(0, line.find(": "));
     ASSERT_TRUE(std::regex_match(prefix, m, head)) << prefix;
     const auto found = expected.find(line.substr(prefix.size() + 2));

@@ -1,4 +1,6 @@
-// Percent-decoders, the query parser and the '?' splitter.
+// Names and queries: the case-insensitive compare, the name table built on it (case-insensitive
+// keys, insertion order, last value wins), the percent-decoders, the query parser and the '?'
+// splitter.
 #include <string>
 #include <utility>
 #include <vector>
@@ -6,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <wsi/interface.hpp>
+#include <wsi/less_nocase.hpp>
+#include <wx/char_casing.hpp>
 #include <wx/nv_pair.hpp>
 #include <wx/url_decoder.hpp>
 #include <wx/url_parser.hpp>
@@ -15,6 +19,31 @@ namespace {
 
 using wx::encoding::connector;
 using wx::encoding::host;
+typedef wx::char_casing<char, wx::language::english> Casing;
+typedef std::vector<std::pair<std::string, std::string>> Entries;
+
+TEST(NocaseCompare, Table) {
+  const wsi::less_nocase_eng less;
+  for (const wsi_test::Row& row : wsi_test::readTable("nocase_compare.tsv")) {
+    SCOPED_TRACE("nocase_compare.tsv line " + std::to_string(row.line));
+    const int expected = std::stoi(row[3]);
+    if (row[2] != "-") {
+      EXPECT_EQ(expected,
+                Casing::nocase_compare(row[0].c_str(), row[1].c_str(), std::stoul(row[2])));
+      continue;
+    }
+    EXPECT_EQ(expected, Casing::nocase_compare(row[0].c_str(), row[1].c_str()));
+    EXPECT_EQ(expected < 0, less(row[0], row[1]));
+    EXPECT_EQ(expected > 0, less(row[1], row[0]));
+  }
+}
+
+TEST(NocaseCompare, UpperCaseTableIsIdentityExceptAsciiLetters) {
+  for (int c = 0; c < 256; ++c)
+    EXPECT_EQ(c >= 'a' && c <= 'z' ? c - 32 : c,
+              static_cast<unsigned char>(Casing::ascii_toupper_[c]))
+        << c;
+}
 
 template <bool Plus, wx::encoding::Encoding E>
 std::string decode(const std::string& text) {
@@ -35,8 +64,6 @@ TEST(UrlDecoder, Table) {
   }
 }
 
-typedef std::vector<std::pair<std::string, std::string>> Entries;
-
 template <wx::encoding::Encoding E>
 Entries parse(const std::string& query, wsi::OrderedNameTable args = wsi::OrderedNameTable()) {
   typename wx::query_parser<E>::type()(args, query);
@@ -55,10 +82,21 @@ TEST(QueryParser, Table) {
   }
 }
 
-TEST(QueryParser, KeepsExistingEntries) {
-  wsi::OrderedNameTable args;
-  args["first"] = "0";
-  EXPECT_EQ((Entries{{"first", "2"}, {"second", "1"}}), parse<host>("second=1&FIRST=2", args));
+// The table under the parser: the first spelling and position kept, the last value wins, keys
+// compared as C strings; a lookup finds any spelling and never inserts. The parser adds to it.
+TEST(QueryParser, AddsToANameTable) {
+  wsi::OrderedNameTable map;
+  map["b"] = "1";
+  map["A"] = "2";
+  map[""] = "empty";
+  map["c"] = "3";
+  map["B"] = "4";
+  map[std::string("C\0x", 3)] = "5";  // one key with "c"
+  ASSERT_NE(nullptr, map.lookup("a"));
+  EXPECT_EQ("2", *map.lookup("a"));
+  EXPECT_EQ(nullptr, map.lookup("x"));
+  const Entries expected = {{"b", "4"}, {"A", "7"}, {"", "empty"}, {"c", "5"}, {"d", "6"}};
+  EXPECT_EQ(expected, parse<host>("d=6&a=7", map));
 }
 
 // A million separators add nothing; a hundred thousand pairs and a megabyte of lone '%' bytes are
