@@ -2,30 +2,28 @@
 // through the C entry points, greeting the "name" query argument with the posted data. Prints
 // the response and exits with 0 when it is the expected one.
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <string>
 
 #include <wsi/wsi.hpp>
 
 int main() {
-  std::istringstream config("REQUEST_METHOD=post\nHTTP_URL=/greet?name=consumer\n"),
+  std::istringstream config("REQUEST_METHOD=POST\nHTTP_URL=/greet?name=consumer\n"),
       posted("hello");
   std::ostringstream output;
   void* args[3] = {&config, &posted, &output};
   void* context = WSI_CreateContext("streams(0,1,2)", 14, args);
   wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
   if (handle == nullptr) return 1;
-  wsi::Request& request = handle->Request();
-  const std::string* name = request.QueryArg("name");
-  std::istream* in = request.beginRead();
-  const std::string data = in ? std::string(std::istreambuf_iterator<char>(*in), {}) : "";
+  const std::string* name = handle->Request().QueryArg("name");
+  std::istream* in = handle->Request().beginRead();
   wsi::Response& response = handle->Response();
   response.setHttpStatus(wsi::Http::Ok);
   response.setHttpHeader("Content-Type", "text/plain");
-  if (std::ostream* body = response.beginWrite())
-    *body << (name ? *name : "nobody") << " says " << data;
-  const bool ended = request.endRead() && response.endWrite();
+  std::ostream* body = response.beginWrite();
+  if (name != nullptr && in != nullptr && body != nullptr)
+    *body << *name << " says " << in->rdbuf();
+  const bool ended = handle->Request().endRead() && response.endWrite();
   WSI_DestroyContext(&context);
   std::cout << output.str() << '\n';
   if (ended && context == nullptr &&
