@@ -208,4 +208,15 @@ TEST(HeaderRules, Table) {
   }
 }
 
+// Every byte after a digit: only the ten digits extend the length; any other drops the header.
+TEST(HeaderRules, ContentLengthTakesDigitsOnly) {
+  for (int c = 0; c < 256; ++c) {
+    const std::string value = "1" + std::string(1, static_cast<char>(c));
+    const Calls expected =
+        c >= '0' && c <= '9' ? Calls{"length:" + std::to_string(10 + c - '0')} : Calls();
+    EXPECT_EQ(expected, callsOf<host>("Content-Length", value)) << c;
+    EXPECT_EQ(expected, callsOf<connector>("Content-Length", value)) << c;
+  }
+}
+
 }  // namespace
