@@ -1,7 +1,5 @@
-// The CGI back end: CGI variables against the stream back end on the same request, the
-// CONTENT_LENGTH rule, the posted data limited to CONTENT_LENGTH bytes, and whole exchanges: an
-// environment and posted data in, the exact bytes of the response and the failures logged out,
-// for every case of tests/data/cgi_golden (its README.md describes them).
+// The CGI back end: CGI variables as the stream back end reads the same request, CONTENT_LENGTH,
+// the posted data, and the whole exchanges of tests/data/cgi_golden (see its README.md).
 #include <unistd.h>
 #include <chrono>
 #include <filesystem>
@@ -69,10 +67,8 @@ TEST(CgiRequest, ContentLengthFramesThePostedData) {
   }
 }
 
-// A pipe whose write end stays open, as a web server may keep it: the posted data end after
-// CONTENT_LENGTH bytes, even for one read that asks for more, without waiting for an end of file
-// and without reading beyond. Closing the write end ends a read that did wait, so a fault fails
-// the test instead of hanging it.
+// From a pipe left open, as web servers may leave it, one read takes CONTENT_LENGTH bytes: no wait
+// for an end of file (closing the pipe ends one, so a fault fails rather than hangs), none beyond.
 TEST(CgiRequest, ReadsExactlyContentLengthBytesWithoutWaiting) {
   const std::string body(20000, 'b');  // more than one buffer of the request's own
   int fds[2];

@@ -10,8 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <wsi/interface.hpp>
-#include <wx/log.hpp>
+#include <wsi/wsi.hpp>
 #include "data_table.hpp"
 #include "ios_test_util.hpp"
 
@@ -24,10 +23,8 @@ TEST(LevelOf, Table) {
     EXPECT_EQ(std::stoi(row[1]), log::LevelOf(row[0].c_str())) << "level_of.tsv line " << row.line;
 }
 
-// A new logger is disabled; its file is created (private to the owner) at the first message
-// written, not before. Then Log<3> and Log<7> at the levels 3, 7, -1 (lets everything through)
-// and 0. Control bytes are escaped, so a message never ends its line early or forges another; a
-// message longer than the formatting buffer is written whole.
+// A new logger is disabled; its private file comes with the first message written; the level gate
+// (-1 lets all through); escaped control bytes; a message longer than any buffer written whole.
 TEST(Log, LazyFileLevelGateAndOneLineAMessage) {
   const wsi_test::TempDir dir;
   log logger("WSI");
@@ -64,10 +61,8 @@ TEST(Log, LazyFileLevelGateAndOneLineAMessage) {
   EXPECT_EQ(0600u, info.st_mode & 0777u);
 }
 
-// The process-wide logger, set up by the first handle from W3_LOG_DIR, W3_CONFIG and WSI_LOG, with
-// TMPDIR the test's own directory; a second handle keeps it as it is, even when the configuration
-// file has changed, and a handle after closeLog() reads the file again (the next row). A stream
-// handle logs nothing, so it only sets up.
+// The logger that the first handle (a stream handle, which logs nothing) sets up; a second one
+// keeps it even when the configuration file changed; after closeLog() it is read again (next row).
 TEST(LogSetUp, Table) {
   const std::string dir = ::testing::TempDir();
   const std::string config = dir + "wsi-setup-config-" + std::to_string(getpid());

@@ -1,6 +1,5 @@
-// Stream, file and connector handles built by 16 threads at once while they and the connector
-// family log into one file: the logging set-up runs once and no message is torn or lost. CI runs
-// this under ThreadSanitizer as well.
+// Stream, file and connector handles built by 16 threads at once, all logging into one file: the
+// logging set-up runs once and no message is torn or lost. CI runs it under ThreadSanitizer too.
 #include <dlfcn.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,19 +16,15 @@
 
 #include <gtest/gtest.h>
 
-#include <qco/qco.hpp>
 #include <w3/w3.h>
-#include <wsi/qco_handle.hpp>
-#include <wsi/wsi.h>
-#include <wx/log.hpp>
+#include <wsi/wsi.hpp>
 #include "ios_test_util.hpp"
 #include "qco_test_util.hpp"
 
 static std::atomic<int> g_log_name_calls(0), g_config_init_calls(0);
 
-// The two services that the logging set-up calls once, counted and passed on to the real ones:
-// the counts say how many times the set-up ran. <w3/w3.h> gives them the visibility that lets
-// them stand in for the library's.
+// The two services that the logging set-up calls once, counted and passed on to the real ones
+// (<w3/w3.h> gives them the visibility that lets them stand in for the library's).
 extern "C" void W3LOG_GetQorvaLogFileName(char* buffer, int size, const char* baseName) {
   static const auto real = reinterpret_cast<void (*)(char*, int, const char*)>(
       dlsym(RTLD_NEXT, "W3LOG_GetQorvaLogFileName"));
@@ -50,9 +45,8 @@ const int kThreads = 16;
 // The messages an exchange logged: text -> the id of the thread.
 typedef std::map<std::string, long> Messages;
 
-// One exchange of `kind` (0: streams, 1: connector with a peer thread, 2: files) answered with
-// a body that names it and logging a long message of its own, so that a write split in parts
-// would show as a torn line; its files go into `dir`, the messages it logged into `logged`.
+// One exchange of `kind` (0: streams, 1: connector, 2: files in `dir`) logging a long message,
+// which a write split in parts would tear; what it logged goes into `logged`.
 void exchange(const wsi_test::TempDir& dir, int kind, int thread, Messages& logged) {
   const std::string n = std::to_string(thread) + "." + std::to_string(kind), body = "body " + n;
   const std::string config = "REQUEST_METHOD=GET\nURL=/" + n + "\n", file = dir / n;
@@ -119,8 +113,7 @@ TEST(Threads, EveryKindOfHandleFromSixteenThreadsLogsWholeLines) {
   // The set-up ran once: one call of each service.
   EXPECT_EQ(1, g_log_name_calls.load());
   EXPECT_EQ(1, g_config_init_calls.load());
-  // The texts as the logger writes them, a line feed as backslash and n. Not in the threads:
-  // std::regex fills a shared locale cache without a lock, which TSan reports.
+  // The texts as logged, a line feed as backslash and n (here: std::regex in threads upsets TSan).
   Messages expected;
   for (const Messages& m : logged)
     for (const auto& message : m)

@@ -1,6 +1,5 @@
-// A host program as a user writes it against the installed package: one exchange over streams
-// through the C entry points, greeting the "name" query argument with the posted data. Prints
-// the response and exits with 0 when it is the expected one.
+// A host built against the installed package: one exchange over streams through the C entry
+// points. Prints the response and exits with 0 when it is the expected one.
 #include <iostream>
 #include <sstream>
 #include <string>
