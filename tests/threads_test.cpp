@@ -83,8 +83,7 @@ void exchange(const wsi_test::TempDir& dir, int kind, int thread, Messages& logg
     std::ostringstream request_dump, response_dump;
     handle->Request()._dump(request_dump);
     handle->Response()._dump(response_dump);
-    logged.push_back(thread_id + request_dump.str());
-    logged.push_back(thread_id + response_dump.str());
+    logged.insert(logged.end(), {thread_id + request_dump.str(), thread_id + response_dump.str()});
   }
   WSI_DestroyContext(&context);
   if (peer.valid()) peer.get();
