@@ -73,10 +73,8 @@ TEST(LogSetUp, Table) {
     ASSERT_NE(nullptr, logger);
     EXPECT_TRUE(logger->enabled);
     EXPECT_EQ(std::stoi(row[3]), logger->level);
-    if (!row[4].empty()) {
-      const std::string pid = std::to_string(getpid());
-      EXPECT_EQ(dir + std::regex_replace(row[4], std::regex("\\$PID"), pid), logger->file_name);
-    }
+    const std::string pid = std::to_string(getpid());
+    EXPECT_EQ(dir + std::regex_replace(row[4], std::regex("\\$PID"), pid), logger->file_name);
     wsi_test::writeFile(config, "WSI_LOG=1\n");
     setenv("W3_CONFIG", config.c_str(), 1);
     const wsi_test::Exchange second;
