@@ -1,6 +1,5 @@
 // A FastCGI web server side written for the tests, independent of the library's own codec: record
-// builders, the tables' notation for records, and a blocking client that sends a request and
-// reads the records that come back.
+// builders, the tables' notation for records, and a blocking client.
 #ifndef WSI_TESTS_FCGI_CLIENT_HPP
 #define WSI_TESTS_FCGI_CLIENT_HPP
 
@@ -9,8 +8,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include <cstring>
-#include <stdexcept>
+#include <regex>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qco_test_util.hpp"
@@ -25,79 +26,45 @@ inline std::string record(int type, int id, const std::string& content, int padd
          char(padding) + '\0' + content + std::string(padding, '\0');
 }
 
-// The length prefix of a name or value: one byte below 128, else four with the top bit set.
-inline std::string length(unsigned long n) {
-  return n < 128 ? std::string(1, char(n)) : u32(n | 0x80000000UL);
-}
-
+// A name-value pair; a length below 128 takes one byte, a longer one four with the top bit set.
 inline std::string pair(const std::string& name, const std::string& value) {
+  const auto length = [](std::size_t n) {
+    return n < 128 ? std::string(1, char(n)) : u32(n | 0x80000000UL);
+  };
   return length(name.size()) + length(value.size()) + name + value;
 }
 
-// A begin-request record: role (1 responder), flags (1 keep the connection).
-inline std::string begin(int id, int role = 1, int flags = 1) {
-  return record(1, id, u32(role).substr(2) + char(flags) + std::string(5, '\0'));
-}
-
-// An end-request record: the application's and the protocol's status.
-inline std::string endRequest(int id, unsigned long app_status, int protocol_status) {
-  return record(3, id, u32(app_status) + char(protocol_status) + std::string(3, '\0'));
-}
-
-inline std::string params(int id, const std::string& pairs) {
-  return record(4, id, pairs);
-}
-inline std::string stdinRecord(int id, const std::string& data) {
-  return record(5, id, data);
-}
-
-// A whole request: begin, the parameters in one record and their end, the posted data in one
-// record (when any) and its end.
-inline std::string request(int id, const std::string& pairs, const std::string& body = "",
-                           int flags = 1) {
-  return begin(id, 1, flags) + (pairs.empty() ? "" : params(id, pairs)) + params(id, "") +
-         (body.empty() ? "" : stdinRecord(id, body)) + stdinRecord(id, "");
-}
-
-// `text` split at each `separator` (one empty part for an empty text).
+// The parts of `text` between each `separator` (none for an empty text, none after a last one).
 inline std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts(1);
-  for (char c : text)
-    if (c == separator)
-      parts.emplace_back();
-    else
-      parts.back() += c;
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);)
+    parts.push_back(part);
   return parts;
 }
 
 // `text` with each "{N*c}" replaced by N copies of the byte c.
-inline std::string expand(const std::string& text) {
+inline std::string expand(std::string text) {
+  static const std::regex kRun("\\{([0-9]+)\\*([\\s\\S])\\}");
   std::string out;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const std::size_t star = text.find('*', at);
-    if (text[at] == '{' && star != std::string::npos && star + 2 < text.size() &&
-        text[star + 2] == '}') {
-      out.append(std::stoul(text.substr(at + 1, star - at - 1)), text[star + 1]);
-      at = star + 2;
-    } else {
-      out += text[at];
-    }
-  }
-  return out;
+  for (std::smatch m; std::regex_search(text, m, kRun); text = m.suffix())
+    out += m.prefix().str() + std::string(std::stoul(m[1]), m[2].str()[0]);
+  return out + text;
 }
 
 // Pairs written "NAME=VALUE,NAME=VALUE" (NAME ends at the first '='), as bytes.
 inline std::string pairs(const std::string& list) {
   std::string out;
   for (const std::string& item : split(list, ','))
-    if (!list.empty()) out += pair(item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
+    out += pair(item.substr(0, item.find('=')), item.substr(item.find('=') + 1));
   return out;
 }
 
 // Records written in the tables' notation: items separated by single blanks, their fields by ':'
 // (numbers in any C base), after "{N*c}" is expanded:
-//   begin:ID[:FLAGS[:ROLE]]    request:ID:PAIRS[:BODY[:FLAGS]]    end:ID:APP:PROTOCOL
-//   params:ID:PAIRS[:CHUNK] (in records of CHUNK bytes)   stdin:ID:DATA
+//   begin:ID[:FLAGS[:ROLE]] (FLAGS 1 keeps the connection, ROLE 1 responder, both by default)
+//   request:ID:PAIRS[:BODY[:FLAGS]] (begin, parameters, posted data, each with its end record)
+//   end:ID:APP:PROTOCOL    params:ID:PAIRS[:CHUNK] (in records of CHUNK bytes)    stdin:ID:DATA
 //   pairs:TYPE:ID:PAIRS[:PADDING]    rec:TYPE:ID:CONTENT[:PADDING]
 // Any other item is taken as it stands (bytes that no builder writes).
 inline std::string wire(const std::string& notation) {
@@ -110,16 +77,17 @@ inline std::string wire(const std::string& notation) {
     };
     const int id = static_cast<int>(n(1, 0));
     if (f[0] == "begin")
-      out += begin(id, static_cast<int>(n(3, 1)), static_cast<int>(n(2, 1)));
+      out += record(1, id, u32(n(3, 1)).substr(2) + char(n(2, 1)) + std::string(5, '\0'));
     else if (f[0] == "request")
-      out += request(id, pairs(f[2]), f[3], static_cast<int>(n(4, 1)));
+      out += wire("begin:" + f[1] + ":" + f[4]) + (f[2].empty() ? "" : record(4, id, pairs(f[2]))) +
+             record(4, id, "") + (f[3].empty() ? "" : record(5, id, f[3])) + record(5, id, "");
     else if (f[0] == "end")
-      out += endRequest(id, n(2, 0), static_cast<int>(n(3, 0)));
+      out += record(3, id, u32(n(2, 0)) + char(n(3, 0)) + std::string(3, '\0'));
     else if (f[0] == "params")
       for (std::size_t at = 0; at == 0 || at < pairs(f[2]).size(); at += n(3, 65535))
-        out += params(id, pairs(f[2]).substr(at, n(3, 65535)));
+        out += record(4, id, pairs(f[2]).substr(at, n(3, 65535)));
     else if (f[0] == "stdin")
-      out += stdinRecord(id, f[2]);
+      out += record(5, id, f[2]);
     else if (f[0] == "pairs" || f[0] == "rec")
       out += record(static_cast<int>(n(1, 0)), static_cast<int>(n(2, 0)),
                     f[0] == "pairs" ? pairs(f[3]) : f[3], static_cast<int>(n(4, 0)));
@@ -129,14 +97,7 @@ inline std::string wire(const std::string& notation) {
   return out;
 }
 
-// What came back for one request.
-struct Reply {
-  std::string stdout_text;  // stdout content, records joined
-  int end_status = -1;      // protocol status of the end-request record; -1 when none came
-  bool closed = false;      // the connection closed before the end-request record
-};
-
-// A client connection to a Unix socket.
+// A client connection to a Unix socket; fd() is -1 when connecting failed.
 class Client {
  public:
   explicit Client(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -144,37 +105,31 @@ class Client {
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
     if (connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-      throw std::runtime_error("cannot connect to " + path);
+      ::close(std::exchange(fd_, -1));
   }
   ~Client() { ::close(fd_); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
   int fd() const { return fd_; }
 
-  void send(const std::string& bytes) {
-    if (!qcotest::sendAll(fd_, bytes)) throw std::runtime_error("send failed");
-  }
-  // Reads records until the end-request record, the connection's end or 10 s without a byte.
-  Reply read() {
-    Reply reply;
-    for (std::string head; (head = qcotest::receiveBytes(fd_, 8, 10000)).size() == 8;) {
-      const auto byte = [&head](int i) { return static_cast<unsigned char>(head[i]); };
-      const std::size_t size = byte(4) << 8 | byte(5);
-      const std::string content = qcotest::receiveBytes(fd_, size + byte(6), 10000);
-      if (content.size() != size + byte(6)) break;
-      if (byte(1) == 6) reply.stdout_text += content.substr(0, size);
-      if (byte(1) == 3) {
-        reply.end_status = static_cast<unsigned char>(content[4]);
-        return reply;
-      }
+  // Reads records until an end-request record, the connection's end or 2 s without a byte.
+  // Returns the records other than stdout ones, as bytes, then "EOF" when the connection ended;
+  // the stdout content goes to `out`.
+  std::string read() {
+    std::string back;
+    for (std::string head; (head = qcotest::receiveBytes(fd_, 8)).size() == 8;) {
+      const std::size_t size = std::size_t(head[4] & 0xff) << 8 | (head[5] & 0xff);
+      const std::string content = qcotest::receiveBytes(fd_, size + (head[6] & 0xff));
+      if (head[1] == 6) out += content.substr(0, size);
+      if (head[1] != 6) back += head + content;
+      if (head[1] == 3) return back;
     }
-    reply.closed = true;
-    return reply;
-  }
-  // Whether the server closed the connection within `ms` milliseconds.
-  bool closedWithin(int ms) {
     pollfd p = {fd_, POLLIN, 0};
     char c;
-    return poll(&p, 1, ms) > 0 && recv(fd_, &c, 1, 0) <= 0;
+    return back + (poll(&p, 1, 0) > 0 && recv(fd_, &c, 1, MSG_PEEK) <= 0 ? "EOF" : "");
   }
+
+  std::string out;  // the stdout content received so far
 
  private:
   int fd_;

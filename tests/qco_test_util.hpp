@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <algorithm>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -54,36 +55,30 @@ inline std::string status(int code) {
   return '\x03' + u32(static_cast<unsigned long>(code)).substr(2);
 }
 
-// Bytes written in the tables' notation: items separated by single blanks, each one of
-// var:NAME=VALUE, header:NAME=VALUE, type:VALUE, str:TEXT (a record-block string), end (the end
-// record), u32:N (4 bytes, big-endian), or any other text taken as it stands (bytes that no
-// builder writes). NAME ends at the first '='.
+// Bytes in the tables' notation: items separated by single blanks, each var:NAME=VALUE,
+// header:NAME=VALUE (NAME ends at the first '='), type:VALUE, end (the end record), u32:N (4 bytes,
+// big-endian) or any other text, taken as it stands (bytes that no builder writes).
 inline std::string wire(const std::string& notation) {
   std::string out, item;
-  for (std::size_t at = 0; at <= notation.size(); at += item.size() + 1) {
-    item = notation.substr(at, notation.find(' ', at) - at);
-    const std::size_t colon = item.find(':'), equals = item.find('=', colon);
+  for (std::istringstream items(notation); std::getline(items, item, ' ');) {
+    const std::size_t colon = item.find(':'), equals = item.find('=');
     const std::string kind = item.substr(0, colon), rest = item.substr(colon + 1);
-    const std::string name = item.substr(colon + 1, equals - colon - 1),
-                      value = equals == std::string::npos ? "" : item.substr(equals + 1);
+    const std::string name = rest.substr(0, rest.find('=')), value = item.substr(equals + 1);
     if (kind == "var")
       out += variable(name, value);
     else if (kind == "header")
       out += header(name, value);
     else if (kind == "type")
       out += contentType(rest);
-    else if (kind == "str")
-      out += str(rest);
     else if (kind == "u32")
       out += u32(std::stoul(rest));
-    else if (item == "end")
-      out += '\x80';
     else
-      out += item;
+      out += item == "end" ? "\x80" : item;
   }
   return out;
 }
 
+// Sends all of `bytes` on `fd`; false when the peer has gone.
 inline bool sendAll(int fd, const std::string& bytes) {
   for (std::size_t at = 0; at < bytes.size();) {
     const ssize_t n = send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
@@ -108,12 +103,11 @@ inline std::string receiveBytes(int fd, std::size_t n = std::string::npos, int i
 
 // The payload of one message read from `fd`, up to its end frame.
 inline std::string receiveMessage(int fd) {
-  std::string payload, head;
-  while ((head = receiveBytes(fd, 4)).size() == 4) {
+  std::string payload;
+  for (std::string head; (head = receiveBytes(fd, 4)).size() == 4 && head != u32(0);) {
     unsigned long length = 0;
     for (char c : head)
       length = length << 8 | static_cast<unsigned char>(c);
-    if (length == 0) break;
     payload += receiveBytes(fd, length);
   }
   return payload;
