@@ -69,23 +69,27 @@ inline void call(wsi::Handle& handle, const std::string& word, const std::string
   EXPECT_TRUE(q.beginRead() == nullptr && !q.endRead()) << "reading ends once";
 }
 
-// Makes a context from `spec` and `args`, does every line of `calls` but empty and '#' lines on
-// its handle (which must exist), and destroys the context.
-inline void runExchange(const std::string& spec, void** args, const std::string& calls) {
-  void* context = WSI_CreateContext(spec.data(), spec.size(), args);
-  wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
-  ASSERT_NE(nullptr, handle);
+// Does every line of `calls` on `handle`, but empty lines and lines that begin with '#'.
+inline void runCalls(wsi::Handle& handle, const std::string& calls) {
   std::istringstream lines(calls);
   for (std::string line; std::getline(lines, line);) {
     if (line.empty() || line[0] == '#') continue;
     SCOPED_TRACE(line);
     const std::string::size_type blank = std::min(line.find(' '), line.size());
     try {
-      call(*handle, line.substr(0, blank),
+      call(handle, line.substr(0, blank),
            unescapeField(line.substr(std::min(blank + 1, line.size()))));
     } catch (const std::ios_base::failure&) {  // what a masked stream throws is the host's to catch
     }
   }
+}
+
+// Makes a context from `spec` and `args`, does `calls` on its handle (which must exist), ends it.
+inline void runExchange(const std::string& spec, void** args, const std::string& calls) {
+  void* context = WSI_CreateContext(spec.data(), spec.size(), args);
+  wsi::Handle* handle = static_cast<wsi::Handle*>(WSI_ContextGetHandle(context));
+  ASSERT_NE(nullptr, handle);
+  runCalls(*handle, calls);
   WSI_DestroyContext(&context);
 }
 
