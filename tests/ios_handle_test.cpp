@@ -231,7 +231,7 @@ std::string runFiles(const Row& row) {
 }
 
 // One row over "streams": the host masks its own output stream before the context exists.
-std::string runStreams(const wsi_test::Row& row) {
+std::string runStreams(const Row& row) {
   std::istringstream config("URL=/x"), posted("body");
   wsi_test::FailingSync failing;
   std::stringbuf plain;
@@ -244,7 +244,7 @@ std::string runStreams(const wsi_test::Row& row) {
 
 // One row over "handle": the host masks its connector's stream and lends its handle; the output is
 // what the web server received.
-std::string runConnector(const wsi_test::Row& row) {
+std::string runConnector(const Row& row) {
   qcotest::SocketPair sp;
   qco::QorvaConnector connector(sp.host);
   qcotest::sendAll(sp.peer, qcotest::message(qcotest::variable("REQUEST_METHOD", "GET") + "\x80"));
@@ -262,7 +262,7 @@ std::string runConnector(const wsi_test::Row& row) {
 // Destroying a context while a stream throws on failure; each row runs in a child process, so that
 // a destructor that ends the process fails its row instead of the program.
 TEST(Destructors, NeverEndTheProcessOnAMaskedStream) {
-  for (const wsi_test::Row& row : wsi_test::readTable("destructor_masks.tsv")) {
+  for (const Row& row : wsi_test::readTable("destructor_masks.tsv")) {
     SCOPED_TRACE("destructor_masks.tsv line " + std::to_string(row.line));
     EXPECT_EXIT(
         {

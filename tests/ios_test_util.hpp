@@ -56,9 +56,7 @@ inline void writeFile(const std::string& path, const std::string& content) {
 class ScratchLog {
  public:
   explicit ScratchLog(int level) { use(level); }
-  ~ScratchLog() { wsi::Handle::closeLog(); }
-  ScratchLog(const ScratchLog&) = delete;
-  ScratchLog& operator=(const ScratchLog&) = delete;
+  ~ScratchLog() { wsi::Handle::closeLog(); }  // not copied: its TempDir is not
 
   // Replaces the logger with a new one of `level` and a new, empty file.
   void use(int level) {
